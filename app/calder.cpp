@@ -1,0 +1,110 @@
+#include "app/calder.h"
+
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "app/firmware_discovery.h"
+#include "app/log.h"
+#include "app/logging.h"
+#include "app/power_request_guard.h"
+#include "app/update_phases.h"
+#include "bios/wmi_bios_tp_rst.h"
+#include "force/force_update.h"
+#include "platform/com_runtime.h"
+#include "platform/environment.h"
+#include "platform/progress.h"
+#include "touchpad/tp_update.h"
+
+namespace calder {
+
+const char kToolVersion[] = "20260422-01";
+const char kFinishLine[] = "finish---------------------------------------";
+
+namespace {
+
+constexpr unsigned kPauseAfterBiosResetMs = 3000;
+constexpr int kProgressAfterTouchpad = 20;
+
+long InitializeCom() {
+  return Env().com != nullptr ? Env().com->InitializeMultithreaded() : 0;
+}
+
+void UninitializeCom() {
+  if (Env().com != nullptr) Env().com->Uninitialize();
+}
+
+}  // namespace
+
+UpdatePhases RealPhases() {
+  return UpdatePhases{&WMIBiosTPReset, &TPMain, &UpgradeForceFW, &RunVersionReport};
+}
+
+UpdatePhases& Phases() {
+  static UpdatePhases phases = RealPhases();
+  return phases;
+}
+
+int main(int argc, char** argv) {
+  PowerRequestGuard power;
+  if (argc < 2) {
+    LOG(INFO) << kFinishLine;
+    return 0;
+  }
+  const std::string command = argv[1] != nullptr ? argv[1] : "";
+  if (command == "--update") return RunUpdateSequence();
+  if (command == "--version") return Phases().versionReport();
+  LOG(INFO) << "invalid input";
+  return 1;
+}
+
+int RunUpdateSequence() {
+  const long hr = InitializeCom();
+  if (hr < 0) {
+    LOG(INFO) << "CoInitializeEx failed: " << hr;
+    return 1;
+  }
+  WriteProcessPathMarker();
+  LOG(INFO) << "---start tp update---";
+
+  const std::string firmware = FindFirstFileInFolder(GetModuleDir() + kTouchpadFirmwareFolder);
+  std::vector<std::string> args = {"TPUpdate.exe", "upgrade", firmware};
+  std::vector<char*> argv;
+  for (std::string& arg : args) argv.push_back(&arg[0]);
+  argv.push_back(nullptr);
+
+  if (Phases().biosTouchpadReset()) {
+    LOG(INFO) << "WMIBiosTPReset success";
+  } else {
+    LOG(INFO) << "WMIBiosTPReset failed";
+  }
+  SleepMs(kPauseAfterBiosResetMs);
+
+  if (Phases().touchpadUpgrade(3, argv.data()) != 0) {
+    LOG(ERROR) << "tp update failed";
+    return 1;
+  }
+  LOG(INFO) << "tp update success";
+  LOG(INFO) << "---tp update over---";
+  PostProgress(kProgressAfterTouchpad);
+
+  LOG(INFO) << "---start force update---";
+  if (Phases().forceUpgrade()) {
+    LOG(INFO) << "force update success";
+    UninitializeCom();
+    DeleteProcessPathMarker();
+    return 0;
+  }
+  LOG(ERROR) << "force update failed";
+  UninitializeCom();
+  return 1;
+}
+
+int RunVersionReport() {
+  // Replaced by the HID version report; until then every query fails.
+  std::cout << "compound version:" << "0.0.0.0.0.0.0.0" << std::endl;
+  LOG(ERROR) << "err: the HID version report is not available in this build";
+  return 1;
+}
+
+}  // namespace calder

@@ -1,0 +1,14 @@
+#pragma once
+
+namespace calder {
+
+extern const char kToolVersion[];
+extern const char kFinishLine[];
+
+// The driver routine: 0 for success, 1 for failure.
+int main(int argc, char** argv);
+
+int RunUpdateSequence();
+int RunVersionReport();
+
+}  // namespace calder

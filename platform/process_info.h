@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace calder {
+
+struct LocalTime {
+  int year = 0;
+  int month = 0;
+  int day = 0;
+  int hour = 0;
+  int minute = 0;
+  int second = 0;
+};
+
+class ProcessInfo {
+ public:
+  virtual ~ProcessInfo() = default;
+  // The running executable's full path, as GetModuleFileNameA / W give it.
+  virtual std::string ModulePathA() = 0;
+  virtual std::u16string ModulePathW() = 0;
+  virtual LocalTime Now() = 0;
+  virtual unsigned long ProcessId() = 0;
+};
+
+}  // namespace calder

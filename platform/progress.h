@@ -1,0 +1,16 @@
+#pragma once
+
+namespace calder {
+
+// Progress reports to the progress window. The Win32 side posts
+// WM_UPDATE_PROGRESS only while the window exists and accepts progress.
+class ProgressPoster {
+ public:
+  virtual ~ProgressPoster() = default;
+  virtual void Post(int percent) = 0;
+};
+
+// Posts through the installed environment; does nothing when none is set.
+void PostProgress(int percent);
+
+}  // namespace calder
