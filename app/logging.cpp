@@ -26,10 +26,10 @@ void CreateFolderChain(const std::string& folder) {
   for (char* p = buffer + 1; *p != '\0'; ++p) {
     if (*p != '\\') continue;
     *p = '\0';
-    files->CreateDirectory(buffer);
+    files->MakeFolder(buffer);
     *p = '\\';
   }
-  files->CreateDirectory(buffer);
+  files->MakeFolder(buffer);
 }
 
 std::string LogFilePath(const std::string& folder, const LocalTime& t, unsigned long pid) {
@@ -84,7 +84,7 @@ void WriteProcessPathMarker() {
 }
 
 void DeleteProcessPathMarker() {
-  if (Env().files != nullptr) Env().files->DeleteFile(MarkerFilePath());
+  if (Env().files != nullptr) Env().files->RemoveFile(MarkerFilePath());
 }
 
 }  // namespace calder

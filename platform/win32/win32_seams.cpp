@@ -1,6 +1,7 @@
 #include "platform/win32/win32_seams.h"
 
 #include <windows.h>
+#include <objbase.h>
 
 #include "platform/environment.h"
 #include "platform/win32/progress_globals.h"
@@ -15,7 +16,7 @@ void Win32Clock::Sleep(uint32_t ms) { ::Sleep(ms); }
 
 uint64_t Win32Clock::NowMs() { return GetTickCount64(); }
 
-bool Win32FileSystem::CreateDirectory(const std::string& path) {
+bool Win32FileSystem::MakeFolder(const std::string& path) {
   return CreateDirectoryA(path.c_str(), nullptr) != FALSE;
 }
 
@@ -30,7 +31,7 @@ bool Win32FileSystem::WriteNewFile(const std::string& path, const void* data, si
   return true;
 }
 
-bool Win32FileSystem::DeleteFile(const std::string& path) {
+bool Win32FileSystem::RemoveFile(const std::string& path) {
   return DeleteFileA(path.c_str()) != FALSE;
 }
 

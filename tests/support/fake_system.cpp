@@ -12,7 +12,7 @@ const char* TypeName(PowerRequestType type) {
 
 }  // namespace
 
-bool FakeSystem::CreateDirectory(const std::string& path) {
+bool FakeSystem::MakeFolder(const std::string& path) {
   createdDirs.push_back(path);
   if (std::find(folders.begin(), folders.end(), path) != folders.end()) return false;
   folders.push_back(path);
@@ -26,7 +26,7 @@ bool FakeSystem::WriteNewFile(const std::string& path, const void* data, size_t 
   return true;
 }
 
-bool FakeSystem::DeleteFile(const std::string& path) { return files.erase(path) != 0; }
+bool FakeSystem::RemoveFile(const std::string& path) { return files.erase(path) != 0; }
 
 bool FakeSystem::ListFolder(const std::string& pattern,
                             const std::function<bool(const FolderEntry&)>& visit) {

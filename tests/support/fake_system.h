@@ -22,9 +22,9 @@ class FakeSystem : public FileSystem,
                    public ProgressPoster {
  public:
   // FileSystem
-  bool CreateDirectory(const std::string& path) override;
+  bool MakeFolder(const std::string& path) override;
   bool WriteNewFile(const std::string& path, const void* data, size_t size) override;
-  bool DeleteFile(const std::string& path) override;
+  bool RemoveFile(const std::string& path) override;
   bool ListFolder(const std::string& pattern,
                   const std::function<bool(const FolderEntry&)>& visit) override;
   // ProcessInfo
