@@ -108,7 +108,8 @@ TEST_F(Win32Test, InitLoggingWritesEachLineToTheRunsFile) {
   const size_t at = text.find(" INFO app_win32_test.cpp ");
   ASSERT_NE(at, std::string::npos) << text;
   EXPECT_EQ(at, std::string("2026-04-22 09:30:15.123").size());
-  EXPECT_NE(text.find(": Current version: 20260422-01\n"), std::string::npos) << text;
+  // The file is written in text mode: Windows line ends.
+  EXPECT_NE(text.find(": Current version: 20260422-01\r\n"), std::string::npos) << text;
   test::QuietDefaultLogger();
 }
 
