@@ -1,3 +1,5 @@
+// The process entry: WinMain and the run around the driver routine. The file
+// shares its name with the driver's so that the entry's log lines read calder.cpp.
 #include <windows.h>
 #include <mmsystem.h>
 

@@ -1,0 +1,121 @@
+"""Runs the real calder.exe under Wine in a staged folder and reads back what
+it left: exit code, standard output, the run's log file and the run marker."""
+
+import os
+import re
+import shutil
+import subprocess
+import time
+import unittest
+from pathlib import Path
+
+BUILD = Path(os.environ.get("CALDER_BUILD", Path(__file__).resolve().parents[2] / "build" / "win"))
+SOURCE = Path(os.environ.get("CALDER_SOURCE", Path(__file__).resolve().parents[2]))
+WINEPREFIX = Path(os.environ.get("WINEPREFIX", BUILD / "wineprefix"))
+SERVICE_DIR = WINEPREFIX / "drive_c" / "ProgramData" / "KORU" / "KoruDeviceService"
+LOG_DIR = SERVICE_DIR / "log"
+MARKER = SERVICE_DIR / "Calder_ProcessPath.txt"
+
+# "2026-04-22 09:30:15.123 INFO calder.cpp 57: message"
+LOG_LINE = re.compile(
+    r"^(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2}\.\d{3}) (\w+) (\S+) (\d+): (.*)$")
+
+
+def windows_path(path):
+    """The path as the program sees it through Wine's Z: drive."""
+    return "Z:" + str(Path(path).resolve()).replace("/", "\\")
+
+
+class LogLine:
+    def __init__(self, match):
+        self.time, self.level, self.file, self.line, self.message = match.groups()
+
+    def __repr__(self):
+        return f"{self.level} {self.file}: {self.message}"
+
+
+def parse_log(text):
+    lines = []
+    for raw in text.splitlines():
+        match = LOG_LINE.match(raw.rstrip("\r"))
+        if match:
+            lines.append(LogLine(match))
+    return lines
+
+
+class Result:
+    def __init__(self, rc, stdout, stderr, log_path, elapsed):
+        self.rc = rc
+        self.stdout = stdout
+        self.stderr = stderr
+        self.log_path = log_path
+        self.log_text = log_path.read_text(errors="replace") if log_path else ""
+        self.log = parse_log(self.log_text)
+        self.elapsed = elapsed
+
+    def messages(self):
+        return [entry.message for entry in self.log]
+
+    def lines(self):
+        """'LEVEL file: message' per log line, as the unit tests write them."""
+        return [repr(entry) for entry in self.log]
+
+    def stdout_lines(self):
+        return [line.rstrip("\r") for line in self.stdout.splitlines()]
+
+
+class Stage:
+    """A folder holding calder.exe and whatever a case puts beside it."""
+
+    def __init__(self, name):
+        self.dir = BUILD / "e2e" / name
+        if self.dir.exists():
+            shutil.rmtree(self.dir)
+        self.dir.mkdir(parents=True)
+        self.exe = self.dir / "calder.exe"
+        shutil.copy2(BUILD / "calder.exe", self.exe)
+
+    def add(self, relative, data=b""):
+        path = self.dir / relative
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(data)
+        return path
+
+    def copy_in(self, source, relative=None):
+        target = self.dir / (relative or Path(source).name)
+        target.parent.mkdir(parents=True, exist_ok=True)
+        shutil.copy2(source, target)
+        return target
+
+    def run(self, *args, env=None, timeout=180):
+        full_env = dict(os.environ)
+        full_env["WINEPREFIX"] = str(WINEPREFIX)
+        full_env.setdefault("WINEDEBUG", "-all")
+        full_env.setdefault("WINEDLLOVERRIDES", "mscoree,mshtml=")
+        full_env.update(env or {})
+        before = set(LOG_DIR.glob("Calder_*.log")) if LOG_DIR.exists() else set()
+        start = time.monotonic()
+        proc = subprocess.run(["wine", str(self.exe), *args], cwd=self.dir, env=full_env,
+                              capture_output=True, timeout=timeout)
+        elapsed = time.monotonic() - start
+        after = set(LOG_DIR.glob("Calder_*.log")) if LOG_DIR.exists() else set()
+        new = sorted(after - before)
+        log_path = new[-1] if new else None
+        return Result(proc.returncode, proc.stdout.decode(errors="replace"),
+                      proc.stderr.decode(errors="replace"), log_path, elapsed)
+
+
+def marker_text():
+    """The run marker's content decoded from UTF-16LE, or None without a marker."""
+    if not MARKER.exists():
+        return None
+    return MARKER.read_bytes().decode("utf-16-le")
+
+
+def clear_marker():
+    if MARKER.exists():
+        MARKER.unlink()
+
+
+def main():
+    unittest.main(verbosity=2)
