@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+
+namespace calder {
+
+// The vendor's HID bridge library (btl_hid_transfer.dll): the six calls the
+// force upgrade makes, with their C signatures. 0 means success; any other
+// value is the library's own error code.
+class BridgeLibrary {
+ public:
+  virtual ~BridgeLibrary() = default;
+
+  virtual int btl_init_driver_7853() = 0;
+  virtual int btl_open_device() = 0;
+  virtual int btl_write_data(unsigned char* buffer, int length) = 0;
+  virtual int btl_read_data(unsigned char* buffer, int length) = 0;
+  virtual int btl_close_device() = 0;
+  virtual int btl_uninstall_driver() = 0;
+
+  // Why the library cannot be used (missing DLL or entry point), or "" when
+  // it can. Asking may bind it.
+  virtual std::string UnavailableReason() { return ""; }
+};
+
+// Result of every call of a library that could not be bound.
+constexpr int kBridgeUnavailable = -1;
+
+}  // namespace calder
