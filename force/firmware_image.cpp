@@ -1,0 +1,80 @@
+#include "force/firmware_image.h"
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+namespace calder {
+
+namespace {
+
+constexpr char kTag[] = "AW8680";
+constexpr long kTagOffset = 24;
+constexpr long kTagLength = 6;
+constexpr long kTaggedHeaderLength = 72;
+constexpr long kPadding = 64;
+// Anything larger cannot fit in either form; refused before reading.
+constexpr long kLargestUsefulFile = kImageBufferSize + kTaggedHeaderLength;
+
+bool IsTagged(const std::vector<uint8_t>& file) {
+  return static_cast<long>(file.size()) >= kTagOffset + kTagLength &&
+         std::memcmp(file.data() + kTagOffset, kTag, kTagLength) == 0;
+}
+
+struct FileCloser {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+}  // namespace
+
+FirmwareImage& WriterImage() {
+  static FirmwareImage image;
+  return image;
+}
+
+FirmwareImage& ReaderImage() {
+  static FirmwareImage image;
+  return image;
+}
+
+ErrType LoadFirmwareImage(const std::string& path, FirmwareImage* image) {
+  std::FILE* raw = std::fopen(path.c_str(), "rb");
+  if (raw == nullptr) return ErrOpenFile;
+  std::unique_ptr<std::FILE, FileCloser> file(raw);
+
+  std::fseek(raw, 0, SEEK_END);
+  const long fileSize = std::ftell(raw);
+  if (fileSize < 0) return ErrOpenFile;
+  if (fileSize > kLargestUsefulFile) return ErrImageSize;
+  std::fseek(raw, 0, SEEK_SET);
+  std::vector<uint8_t> content(static_cast<size_t>(fileSize));
+  // A short read keeps the zeros it did not fill.
+  if (fileSize > 0) (void)std::fread(content.data(), 1, content.size(), raw);
+
+  if (IsTagged(content)) {
+    const long size = fileSize - kTaggedHeaderLength;
+    if (size < 0 || size > kImageBufferSize) return ErrImageSize;
+    if (size > 0) {
+      std::memcpy(image->buffer, content.data() + kTaggedHeaderLength, static_cast<size_t>(size));
+    }
+    image->size = static_cast<int32_t>(size);
+    return ErrNone;
+  }
+
+  // Raw: always padded, a whole block of zeros when already aligned.
+  const long padded = fileSize + (kPadding - fileSize % kPadding);
+  if (padded > kImageBufferSize) return ErrImageSize;
+  if (!content.empty()) std::memcpy(image->buffer, content.data(), content.size());
+  std::memset(image->buffer + fileSize, 0, static_cast<size_t>(padded - fileSize));
+  image->size = static_cast<int32_t>(padded);
+  return ErrNone;
+}
+
+double ImageChecksum(const FirmwareImage& image) {
+  double sum = 0.0;
+  for (uint8_t byte : image.buffer) sum += byte;
+  return sum;
+}
+
+}  // namespace calder
