@@ -1,6 +1,7 @@
 #include "app/calder.h"
 
 #include <iostream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,7 @@
 #include "app/update_phases.h"
 #include "bios/wmi_bios_tp_rst.h"
 #include "force/force_update.h"
+#include "hid/read_fw.h"
 #include "platform/com_runtime.h"
 #include "platform/environment.h"
 #include "platform/progress.h"
@@ -101,10 +103,30 @@ int RunUpdateSequence() {
 }
 
 int RunVersionReport() {
-  // Replaced by the HID version report; until then every query fails.
-  std::cout << "compound version:" << "0.0.0.0.0.0.0.0" << std::endl;
-  LOG(ERROR) << "err: the HID version report is not available in this build";
-  return 1;
+  auto reader = std::make_unique<ReadFW>();
+  reader->Init();
+  std::string message = "no error";
+  std::string tpVersion;
+  std::string forceVersion;
+  // Every failed query gives the same line; the reason is only in the log.
+  const auto ReportUnknownVersion = [](const std::string& text) {
+    std::cout << "compound version:" << "0.0.0.0.0.0.0.0" << std::endl;
+    LOG(ERROR) << text;
+    return 1;
+  };
+
+  // Calibration first, then force, then touchpad; the first failure ends it.
+  if (!reader->ReadCalibrateData(message)) return ReportUnknownVersion(message);
+  LOG(INFO) << "calidata: " << message;
+  if (!reader->ReadForceVersion(forceVersion, message)) return ReportUnknownVersion(message);
+  if (!reader->ReadTouchVersion(tpVersion, message)) return ReportUnknownVersion(message);
+
+  LOG(INFO) << "tp version : " << tpVersion << " force version : " << forceVersion;
+  std::cout << "compound version:" << tpVersion << "." << forceVersion << std::endl;
+  reader->CloseHandles();
+  reader.reset();  // closes both handles again, harmlessly
+  LOG(INFO) << kFinishLine;
+  return 0;
 }
 
 }  // namespace calder
