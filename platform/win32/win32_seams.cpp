@@ -5,6 +5,7 @@
 
 #include "platform/environment.h"
 #include "platform/win32/progress_globals.h"
+#include "platform/win32/win32_hid_host.h"
 
 HWND g_hProgressWnd = nullptr;
 bool g_bProgressWindowActive = false;
@@ -121,6 +122,7 @@ void InstallWin32Environment() {
   env.process = &process;
   env.power = &power;
   env.com = &com;
+  env.hid = Win32Hid();
 }
 
 }  // namespace calder
