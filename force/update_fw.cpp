@@ -1,0 +1,149 @@
+#include "force/update_fw.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "app/log.h"
+#include "force/boot_loader_packets.h"
+#include "force/connect_exchange.h"
+#include "force/iic_write_read.h"
+#include "platform/environment.h"
+#include "platform/progress.h"
+
+namespace calder {
+
+namespace {
+
+constexpr unsigned kAfterConnectMs = 20;
+constexpr unsigned kAfterEraseChipMs = 50;
+constexpr unsigned kAfterEraseCommandMs = 300;
+constexpr unsigned kAfterEraseMs = 10;
+constexpr unsigned kAfterBlockMs = 20;
+constexpr unsigned kAfterRunApplicationMs = 10;
+constexpr unsigned kApplicationStartupMs = 500;
+constexpr uint32_t kEraseCommandSpan = kMaxSectorsPerErase * kSectorSize;
+// The force write owns 20 to 80 of the window's scale.
+constexpr int kProgressBase = 20;
+constexpr int kProgressStep = 10;
+
+}  // namespace
+
+UpdateFw::UpdateFw(std::string targetVersion, IICWriteRead* channel, FirmwareImage* image)
+    : channel(channel), targetVersion(std::move(targetVersion)), image_(image) {}
+
+UpdateFw::~UpdateFw() = default;
+
+bool UpdateFw::Run(std::string path) {
+  LOG(INFO) << "upgrading: writing to chip";
+  if (LoadFile(path) != ErrNone) {
+    LOG(INFO) << "LoadFile failed";
+    return false;
+  }
+  channel->RestartPulse();
+  channel->HoldInBootLoader();
+
+  LOG(INFO) << "connect...";
+  ErrType result = ConnectCmd();
+  SleepMs(kAfterConnectMs);
+  if (result != ErrNone) {
+    LOG(INFO) << "jump Uboot connect error : " << result;
+    return false;
+  }
+
+  LOG(INFO) << "erase chip... ";
+  EraseChip();
+  SleepMs(kAfterEraseChipMs);
+
+  LOG(INFO) << "start write flash... ";
+  result = WriteFw();
+  if (result != ErrNone) {
+    LOG(INFO) << "write flash data Error " << result;
+    return false;
+  }
+  channel->SendPacket(kRunApplication, RunApplicationData());
+  SleepMs(kAfterRunApplicationMs);
+  LOG(INFO) << "upgrade finish ret = " << 0;
+
+  channel->RestartPulse();
+  SleepMs(kApplicationStartupMs);
+  return UpgradeCheck(channel->ReadVersion());
+}
+
+UpdateFw::ErrType UpdateFw::LoadFile(const std::string& path) {
+  return LoadFirmwareImage(path, image_);
+}
+
+UpdateFw::ErrType UpdateFw::ConnectCmd() {
+  uint8_t reply[kConnectReplySize];
+  if (!ExchangeConnect(channel, reply)) return ErrConnect;
+  LOG(INFO) << ReplyHexLine(reply, kConnectReplySize);
+  if (ConnectReplyOk(reply)) {
+    LOG(INFO) << "ConnectCmd Ok";
+    return ErrNone;
+  }
+  LOG(INFO) << "ConnectCmd Error";
+  return ErrConnect;
+}
+
+void UpdateFw::EraseChip() {
+  // One sector more than the image's whole sectors, on purpose.
+  const int sectors = image_->size / kSectorSize + 1;
+  const int commands = sectors / kMaxSectorsPerErase + (sectors % kMaxSectorsPerErase != 0 ? 1 : 0);
+  uint32_t address = kApplicationStart;
+  for (int i = 0; i < commands; ++i) {
+    const bool last = i == commands - 1;
+    const int count = last && sectors % kMaxSectorsPerErase != 0 ? sectors % kMaxSectorsPerErase
+                                                                 : kMaxSectorsPerErase;
+    channel->SendPacket(kEraseSectors, EraseData(static_cast<uint8_t>(count), address));
+    address += kEraseCommandSpan;
+    SleepMs(kAfterEraseCommandMs);
+    uint8_t reply[kEraseReplyLength] = {};
+    channel->ReadReply(reply, kEraseReplyLength);
+  }
+  SleepMs(kAfterEraseMs);
+}
+
+UpdateFw::ErrType UpdateFw::WriteFw() {
+  lastProgress = 0;
+  if (image_->size < 1) return ErrNone;
+  uint16_t offset = 0;
+  uint32_t address = kApplicationStart;
+  do {
+    // Whole blocks only; past the buffer's end the block is zero-filled.
+    uint8_t block[kWriteBlockSize] = {};
+    const int available = std::min(kWriteBlockSize, kImageBufferSize - offset);
+    std::copy_n(image_->buffer + offset, available, block);
+    channel->SendPacket(kWriteFlash, WriteFlashData(address, block));
+    offset = static_cast<uint16_t>(offset + kWriteBlockSize);
+    address += kWriteBlockSize;
+    SleepMs(kAfterBlockMs);
+    const ErrType stopped = offset < image_->size ? ErrIncomplete : ErrNone;
+    if (!channel->deviceOpen) return stopped;
+
+    uint8_t reply[kWriteReplyLength] = {};
+    channel->ReadReply(reply, kWriteReplyLength);
+    // A rejected final block still counts as written: the offset has moved on.
+    if (!WriteReplyOk(reply)) return stopped;
+
+    const int percent = offset * 100 / image_->size;
+    if (percent > lastProgress + kProgressStep) {
+      LOG(INFO) << "progress: " << percent;
+      lastProgress = percent;
+      PostProgress(kProgressBase + percent * 6 / 10);
+    }
+  } while (offset < image_->size);
+  return ErrNone;
+}
+
+bool UpdateFw::UpgradeCheck(const std::string& version) {
+  LOG(INFO) << "read force version form firmware : " << version;
+  LOG(INFO) << "target force version : " << targetVersion;
+  if (version == targetVersion) {
+    LOG(INFO) << "upgrade success";
+    return true;
+  }
+  LOG(INFO) << "upgrade failed";
+  return false;
+}
+
+}  // namespace calder

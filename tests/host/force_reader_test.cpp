@@ -1,0 +1,137 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "force/iic_write_read.h"
+#include "force/read_firmware_content.h"
+#include "force/update_fw.h"
+#include "tests/support/force_rig.h"
+#include "tests/support/hex.h"
+#include "tests/support/temp_file.h"
+
+namespace calder {
+namespace {
+
+using test::Concat;
+using test::Hex;
+using test::PatternBytes;
+using test::Repeat;
+using test::RestartAndHoldPauses;
+using test::TaggedFile;
+using test::WriteTempFile;
+
+class ReaderTest : public testing::Test {
+ protected:
+  ReaderTest() : channel(&rig.sensor, 5), reader(image.get()) {
+    rig.sensor.btl_open_device();
+    channel.deviceOpen = true;
+  }
+
+  // Flashes the file through the writer, as the upgrade does before a read-back.
+  void Flash(const std::string& path) {
+    auto writerImage = std::make_unique<FirmwareImage>();
+    UpdateFw writer("1.0.2.3", &channel, writerImage.get());
+    ASSERT_TRUE(writer.Run(path));
+    rig.sensor.frames.clear();
+    rig.sensor.flashReads.clear();
+    rig.clock.ClearSleeps();
+    rig.log.Clear();
+  }
+
+  test::ForceRig rig;
+  std::unique_ptr<FirmwareImage> image = std::make_unique<FirmwareImage>();
+  IICWriteRead channel;
+  ReadFirmwareContent reader;
+};
+
+TEST_F(ReaderTest, ReadsWholeChunksPastTheImageAndAgreesOverZeroFlash) {
+  const std::string path = WriteTempFile("1.0.2.3.bin", PatternBytes(1000));
+  Flash(path);
+  const double chip = reader.Run(path, &channel);
+
+  std::vector<uint32_t> addresses;
+  for (uint32_t a = 0x01001000; a <= 0x010013E8; a += 40) addresses.push_back(a);
+  EXPECT_EQ(rig.sensor.flashReads, addresses);  // 26 chunks, the last 16 bytes past 1024
+  EXPECT_EQ(rig.CommandFrames(kReadFlash).front(),
+            Hex("FF 57 00 00 D6 01 81 03 11 06 00 01 39 28 00 00 10 00 01"));
+  EXPECT_EQ(chip, reader.chipChecksum);
+  EXPECT_EQ(reader.chipChecksum, reader.fileChecksum);
+  EXPECT_GT(reader.fileChecksum, 0.0);
+  EXPECT_EQ(rig.clock.sleeps(),
+            Concat({RestartAndHoldPauses(), {2, 3, 1, 2, 3, 1}, {20}, Repeat({2, 10, 3, 1}, 26),
+                    {2, 10}, {100, 500}}));
+  EXPECT_EQ(rig.log.Lines(), (std::vector<std::string>{
+                                 "INFO read_firmware_content.cpp: "
+                                 "8f 01 82 01 02 05 00 01 03 00 02 00 01 00 ",
+                                 "INFO read_firmware_content.cpp: ConnectCmd Ok"}));
+  // Left running its application.
+  EXPECT_EQ(channel.ReadVersion(), "1.0.2.3");
+}
+
+TEST_F(ReaderTest, NonZeroErasedFlashPastARawImageMakesTheSumsDiffer) {
+  rig.sensor.faults.erasedValue = 0xFF;
+  const std::string path = WriteTempFile("1.0.2.3.bin", PatternBytes(1000));
+  Flash(path);
+  reader.Run(path, &channel);
+  // The 16 bytes past the 1024-byte image read 0xFF.
+  EXPECT_EQ(reader.chipChecksum - reader.fileChecksum, 16.0 * 0xFF);
+}
+
+TEST_F(ReaderTest, TaggedImageOfWholeChunksAgreesEvenOverNonZeroErasedFlash) {
+  rig.sensor.faults.erasedValue = 0xFF;
+  const std::string path = WriteTempFile("1.0.2.3.bin", TaggedFile(PatternBytes(1000)));
+  Flash(path);
+  reader.Run(path, &channel);
+  EXPECT_EQ(rig.sensor.flashReads.size(), 25u);
+  EXPECT_EQ(reader.chipChecksum, reader.fileChecksum);
+}
+
+TEST_F(ReaderTest, ThreeFailedConnectsAreLoggedAndTheReadBackStillRuns) {
+  const std::string path = WriteTempFile("1.0.2.3.bin", PatternBytes(100));
+  Flash(path);
+  rig.sensor.faults.wrongConnectReplies = 6;
+  rig.sensor.connects = 0;
+  reader.Run(path, &channel);
+  int errors = 0;
+  for (const std::string& line : rig.log.Lines()) {
+    if (line == "INFO read_firmware_content.cpp: ReadFirmwareContent::Run ConnectCmd error:  4") {
+      ++errors;
+    }
+  }
+  EXPECT_EQ(errors, 3);
+  EXPECT_EQ(rig.sensor.connects, 6);
+  EXPECT_EQ(rig.sensor.flashReads.size(), 4u);  // 128 bytes in 40-byte chunks
+  EXPECT_EQ(reader.chipChecksum, reader.fileChecksum);
+}
+
+TEST_F(ReaderTest, UnreadableFileReadsNothingAndBothSumsStayZero) {
+  EXPECT_EQ(reader.Run(testing::TempDir() + "absent.bin", &channel), 0.0);
+  EXPECT_EQ(reader.fileChecksum, 0.0);
+  EXPECT_TRUE(rig.sensor.flashReads.empty());
+  EXPECT_TRUE(rig.CommandFrames(kReadFlash).empty());
+}
+
+TEST_F(ReaderTest, ClosedDeviceGivesAZeroChipChecksum) {
+  channel.deviceOpen = false;
+  const std::string path = WriteTempFile("1.0.2.3.bin", {1, 2, 3});
+  EXPECT_EQ(reader.Run(path, &channel), 0.0);
+  EXPECT_EQ(reader.fileChecksum, 6.0);
+  EXPECT_EQ(rig.sensor.writeCalls, 0);
+  EXPECT_EQ(rig.log.Lines(), std::vector<std::string>(
+                                 3, "INFO read_firmware_content.cpp: "
+                                    "ReadFirmwareContent::Run ConnectCmd error:  4"));
+}
+
+TEST_F(ReaderTest, EachLoadAddsTheFileChecksumAgain) {
+  const std::string path = WriteTempFile("three.bin", {1, 2, 3});
+  EXPECT_EQ(reader.LoadFile(path), ErrNone);
+  EXPECT_EQ(reader.LoadFile(path), ErrNone);
+  EXPECT_EQ(reader.fileChecksum, 12.0);
+  EXPECT_EQ(reader.LoadFile(testing::TempDir() + "absent.bin"), ErrOpenFile);
+  EXPECT_EQ(reader.fileChecksum, 12.0);
+}
+
+}  // namespace
+}  // namespace calder
