@@ -1,5 +1,7 @@
 #include "force/boot_loader_packets.h"
 
+#include <algorithm>
+
 namespace calder {
 
 const uint8_t kSensorWritePrefix[4] = {0xFF, 0x57, 0x00, 0x00};
@@ -30,8 +32,9 @@ constexpr int kTouchFrameLength = 40;
 }  // namespace
 
 Frame SensorWriteFrame(const uint8_t* payload, int length) {
-  Frame frame(kSensorWritePrefix, kSensorWritePrefix + 4);
-  frame.insert(frame.end(), payload, payload + length);
+  Frame frame(sizeof kSensorWritePrefix + static_cast<size_t>(length));
+  std::copy_n(kSensorWritePrefix, sizeof kSensorWritePrefix, frame.begin());
+  std::copy_n(payload, length, frame.begin() + sizeof kSensorWritePrefix);
   return frame;
 }
 

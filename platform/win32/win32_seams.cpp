@@ -5,6 +5,7 @@
 
 #include "platform/environment.h"
 #include "platform/win32/progress_globals.h"
+#include "platform/win32/win32_bridge_library.h"
 #include "platform/win32/win32_hid_host.h"
 
 HWND g_hProgressWnd = nullptr;
@@ -123,6 +124,7 @@ void InstallWin32Environment() {
   env.power = &power;
   env.com = &com;
   env.hid = Win32Hid();
+  env.bridge = Win32Bridge();
 }
 
 }  // namespace calder
