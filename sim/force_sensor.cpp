@@ -64,6 +64,7 @@ int ForceSensor::btl_open_device() {
 
 int ForceSensor::btl_close_device() {
   calls.push_back("btl_close_device");
+  SettleBoot();
   open_ = false;
   return faults.closeResult;
 }
@@ -88,6 +89,7 @@ int ForceSensor::btl_write_data(unsigned char* buffer, int length) {
     return kSimWriteError;
   }
   frames.emplace_back(buffer, buffer + length);
+  SettleBoot();
 
   if (touch) {
     HandleTouchFrame(buffer, length);
@@ -100,7 +102,7 @@ int ForceSensor::btl_write_data(unsigned char* buffer, int length) {
       releasedAt_ = clock_.NowMs();
     }
   } else if (StartsWith(buffer, length, {0xFF, 0x52}) && length == 4) {
-    SettleBoot();  // a read request is bus traffic like any other
+    // Selects how much the next read returns; the reply is already waiting.
   } else if (StartsWith(buffer, length, {0xFF, 0x57, 0x00, 0x00}) && length > 4) {
     HandleSensorPayload(buffer + 4, length - 4);
   } else {
