@@ -7,15 +7,16 @@
 
 namespace calder {
 
-bool ExchangeConnect(IICWriteRead* channel, uint8_t reply[kConnectReplySize]) {
+ConnectVerdict ExchangeConnect(IICWriteRead* channel, std::string* replyLine) {
+  uint8_t reply[kConnectReplySize] = {};
   channel->SendPacket(kConnect, nullptr, 0);
-  for (int i = 0; i < kConnectReplySize; ++i) reply[i] = 0;
   channel->ReadReply(reply, kConnectReplyLength);
   // Only the answer to the second Connect is judged.
   channel->SendPacket(kConnect, nullptr, 0);
-  if (!channel->deviceOpen) return false;
+  if (!channel->deviceOpen) return ConnectVerdict::kNotOpen;
   channel->ReadReply(reply, kConnectReplyLength);
-  return true;
+  *replyLine = ReplyHexLine(reply, kConnectReplySize);
+  return ConnectReplyOk(reply) ? ConnectVerdict::kOk : ConnectVerdict::kWrongReply;
 }
 
 std::string ReplyHexLine(const uint8_t* bytes, int count) {

@@ -53,15 +53,12 @@ ReadFirmwareContent::ErrType ReadFirmwareContent::LoadFile(const std::string& pa
 }
 
 ReadFirmwareContent::ErrType ReadFirmwareContent::ConnectCmd() {
-  uint8_t reply[kConnectReplySize];
-  if (!ExchangeConnect(channel, reply)) return ErrConnect;
-  LOG(INFO) << ReplyHexLine(reply, kConnectReplySize);
-  if (ConnectReplyOk(reply)) {
-    LOG(INFO) << "ConnectCmd Ok";
-    return ErrNone;
-  }
-  LOG(INFO) << "ConnectCmd Error";
-  return ErrConnect;
+  std::string replyLine;
+  const ConnectVerdict verdict = ExchangeConnect(channel, &replyLine);
+  if (verdict == ConnectVerdict::kNotOpen) return ErrConnect;
+  LOG(INFO) << replyLine;
+  LOG(INFO) << (verdict == ConnectVerdict::kOk ? "ConnectCmd Ok" : "ConnectCmd Error");
+  return verdict == ConnectVerdict::kOk ? ErrNone : ErrConnect;
 }
 
 ReadFirmwareContent::ErrType ReadFirmwareContent::ReadChecksum() {
