@@ -35,8 +35,13 @@ UpdateFw::~UpdateFw() = default;
 
 bool UpdateFw::Run(std::string path) {
   LOG(INFO) << "upgrading: writing to chip";
-  if (LoadFile(path) != ErrNone) {
+  const ErrType loaded = LoadFile(path);
+  if (loaded != ErrNone) {
     LOG(INFO) << "LoadFile failed";
+    if (loaded == ErrImageSize) {
+      LOG(ERROR) << "firmware image does not fit the " << kImageBufferSize
+                 << "-byte buffer or its header is cut short: " << path;
+    }
     return false;
   }
   channel->RestartPulse();

@@ -47,6 +47,18 @@ TEST_F(WriterTest, MissingFileFailsBeforeAnyBridgeTraffic) {
   EXPECT_TRUE(rig.clock.sleeps().empty());
 }
 
+TEST_F(WriterTest, OversizedImageIsRefusedWithItsReason) {
+  const std::string path = WriteTempFile("1.0.2.3.bin", PatternBytes(49984));
+  EXPECT_FALSE(writer.Run(path));
+  EXPECT_EQ(rig.log.Lines(),
+            (std::vector<std::string>{
+                "INFO update_fw.cpp: upgrading: writing to chip",
+                "INFO update_fw.cpp: LoadFile failed",
+                "ERROR update_fw.cpp: firmware image does not fit the 50000-byte buffer or its "
+                "header is cut short: " + path}));
+  EXPECT_EQ(rig.sensor.writeCalls, 0);
+}
+
 TEST_F(WriterTest, Raw1000ByteFileIsWrittenWithItsProgressPausesAndMessages) {
   const std::vector<uint8_t> file = PatternBytes(1000);
   ASSERT_TRUE(writer.Run(WriteTempFile("1.0.2.3.bin", file)));
