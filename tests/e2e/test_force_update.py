@@ -8,6 +8,7 @@ import unittest
 from calder_e2e import BUILD, Stage, main
 
 STAND_INS = BUILD / "stand-ins"
+TOUCH_HID = BUILD / "sim" / "touch_hid"
 FLASH_SIZE = 0xF000
 
 
@@ -22,14 +23,23 @@ def tagged(image):
 
 
 class ForceStage(Stage):
-    def __init__(self, name, firmware=None, scenario="", with_bridge=True):
+    def __init__(self, name, firmware=None, scenario="", with_bridge=True, with_touch=False):
         super().__init__(name)
         self.exe = self.copy_in(STAND_INS / "force_phase_entry.exe")
+        self.env = {}
+        if with_touch:
+            # The touch device behind the program's own SetupAPI and HID code.
+            for dll in ["hid.dll", "setupapi.dll"]:
+                self.copy_in(TOUCH_HID / dll)
+            self.env["WINEDLLOVERRIDES"] = "mscoree,mshtml=;setupapi,hid=n,b"
         if with_bridge:
             self.copy_in(STAND_INS / "btl_hid_transfer.dll")
             self.add("force_sensor_scenario.txt", scenario.encode())
         if firmware is not None:
             self.add("Force/" + firmware[0], firmware[1])
+
+    def run(self, *args, env=None, timeout=180):
+        return super().run(*args, env={**self.env, **(env or {})}, timeout=timeout)
 
     def flash(self):
         return (self.dir / "force_sensor_flash.bin").read_bytes()
@@ -91,6 +101,25 @@ class ForceUpdateTest(unittest.TestCase):
         result = stage.run()
         self.check_written(stage, result, image)
         self.assertEqual(int(stage.state()["written_blocks"]), 63)  # 4000 / 64 rounded up
+
+    def test_checksum_mismatch_is_judged_by_the_calibration_read_over_hid(self):
+        # Erased flash reads 0xFF, so the read-back past a raw image differs.
+        firmware = ("1.0.2.3.bin", pattern(1000))
+        for faults, rc, verdict in [
+                ("", 0, "calidata: 258 772 -1 -32768 12 0 7"),
+                ("never-ready", 1, "calidata: err: read force calibrate data fail")]:
+            stage = ForceStage("force-mismatch" + ("-" + faults if faults else ""), firmware,
+                               "version=1.0.2.3\nerased_value=0xFF\n", with_touch=True)
+            result = stage.run(env={"CALDER_SIM_HID_FAULTS": faults,
+                                    "CALDER_SIM_FORCE_VERSION": "1.0.1.9"})
+            self.assertEqual(result.rc, rc, result.lines())
+            lines = [line for line in result.lines() if " force_update.cpp: " in line]
+            self.assertEqual(lines[0], "INFO force_update.cpp: current force version: 1.0.1.9")
+            self.assertIn("INFO force_update.cpp: checksum check failed" + "!" * 52, lines)
+            self.assertEqual(lines[-1], "INFO force_update.cpp: " + verdict)
+            if rc:
+                self.assertEqual(lines[-2], "ERROR force_update.cpp: "
+                                            "err: read force calibrate data fail")
 
     def test_open_failure_logs_its_sequence_and_fails(self):
         stage = ForceStage("force-open-fails", ("1.0.2.3.bin", pattern(100)), "open_result=7\n")
