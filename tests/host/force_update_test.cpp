@@ -147,6 +147,17 @@ TEST_F(UpdateForceTest, CloseAndUninstallFailuresAreOnlyLogged) {
                                       Line("uninstall driver fail:9")}));
 }
 
+TEST_F(UpdateForceTest, RefusedTouchDisableIsLoggedAndTheUpgradeGoesOn) {
+  rig.sensor.faults.failedTouchFrames = 3;
+  EXPECT_TRUE(UpdateForce("1.0.2.3", WriteTempFile("1.0.2.3.bin", TaggedFile(PatternBytes(40)))));
+  const std::vector<std::string> lines = Lines();
+  EXPECT_EQ(std::vector<std::string>(lines.begin() + 5, lines.begin() + 7),
+            (std::vector<std::string>{Line("disable touch"), Line("disable touch fail")}));
+  const std::vector<uint32_t> start(rig.clock.sleeps().begin(), rig.clock.sleeps().begin() + 5);
+  EXPECT_EQ(start, (std::vector<uint32_t>{10, 10, 10, 50, 100}));
+  EXPECT_EQ(rig.sensor.touchFrames, std::vector<bool>{false});
+}
+
 TEST_F(UpdateForceTest, NoBridgeLibraryIsAClearFailure) {
   rig.env.bridge = nullptr;
   Install();
