@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace calder {
+
+struct btl_upgrade_config;
+
+// Results of every entry point when btl_upgrade.dll cannot be bound; the
+// values are Windows' own codes for the two cases.
+constexpr int32_t kUpgradeLibraryNotFound = 126;    // ERROR_MOD_NOT_FOUND
+constexpr int32_t kUpgradeEntryPointNotFound = 127;  // ERROR_PROC_NOT_FOUND
+
+// The seven entry points of the vendor's touchpad upgrade library, called in
+// the library's order: Init, then (only if it returned 0) any queries, then
+// Deinit. Results are the library's own: 0 success, anything else an error.
+class UpgradeLibrary {
+ public:
+  virtual ~UpgradeLibrary() = default;
+  virtual int32_t Init(btl_upgrade_config* config) = 0;
+  virtual int32_t UpgradeFromFile(const char* path) = 0;
+  virtual int32_t GetChecksum(uint32_t* checksum) = 0;
+  virtual int32_t GetFirmwareVersion(uint8_t* version) = 0;
+  virtual int32_t GetChipId(uint8_t* chipId) = 0;
+  virtual int32_t CheckNeedUpgrade(const char* path, uint32_t* needUpgrade) = 0;
+  virtual void Deinit() = 0;
+  // Why the library could not be bound; empty while it is bound or untried.
+  virtual std::string BindError() const { return std::string(); }
+};
+
+}  // namespace calder
