@@ -1,0 +1,43 @@
+// Any document handed to the skin builder: build it with the window's custom
+// tags, lay it out at two scales and paint it, then tear it down.
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "tests/host/skin_test_doubles.h"
+#include "ui/skin/skin.h"
+
+namespace {
+
+class CustomTags : public calder::IDialogBuilderCallback {
+ public:
+  calder::CControlUI* CreateControl(const wchar_t* tag) override {
+    const std::wstring t = tag;
+    if (t == L"FirmProgressUI" || t == L"LottieUI" || t == L"CircleProgress") {
+      return new calder::test::FakeCustomUI(t);
+    }
+    return nullptr;
+  }
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  using namespace calder;
+  test::RecordingWindow window;
+  CPaintManagerUI manager;
+  manager.Init(&window);
+  CustomTags tags;
+  CDialogBuilder builder;
+  CControlUI* root = builder.CreateFromXml(reinterpret_cast<const char*>(data), size, &tags, &manager);
+  if (root == nullptr) return 0;
+  manager.AttachDialog(root);
+  test::RecordingCanvas canvas;
+  manager.Paint(canvas, UiRect{0, 0, 1366, 768}, UiRect{0, 0, 1366, 768});
+  manager.SetDPI(144, UiRect{});
+  manager.Paint(canvas, UiRect{0, 0, 1920, 1200}, UiRect{0, 0, 1920, 1200});
+  if (CControlUI* row = manager.FindControl(L"daojisText")) row->SetVisible(!row->IsVisible());
+  if (CControlUI* text = manager.FindControl(L"progressText")) text->SetText(L"50%");
+  manager.UpdateLayout(UiRect{0, 0, 800, 600});
+  return 0;
+}
