@@ -7,6 +7,7 @@
 #include "platform/win32/progress_globals.h"
 #include "platform/win32/win32_bridge_library.h"
 #include "platform/win32/win32_hid_host.h"
+#include "platform/win32/upgrade_library_win32.h"
 
 HWND g_hProgressWnd = nullptr;
 bool g_bProgressWindowActive = false;
@@ -125,6 +126,7 @@ void InstallWin32Environment() {
   env.com = &com;
   env.hid = Win32Hid();
   env.bridge = Win32Bridge();
+  env.upgrade = Win32Upgrade();
 }
 
 }  // namespace calder

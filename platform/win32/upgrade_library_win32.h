@@ -1,0 +1,54 @@
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+#include "platform/upgrade_library.h"
+
+namespace calder {
+
+// btl_upgrade.dll bound by name on the first call, all entry points or none.
+// While unbound every call returns kUpgradeLibraryNotFound or
+// kUpgradeEntryPointNotFound and BindError() says why; Deinit does nothing.
+class Win32UpgradeLibrary : public UpgradeLibrary {
+ public:
+  explicit Win32UpgradeLibrary(const wchar_t* dllName = L"btl_upgrade.dll");
+  ~Win32UpgradeLibrary() override;
+
+  int32_t Init(btl_upgrade_config* config) override;
+  int32_t UpgradeFromFile(const char* path) override;
+  int32_t GetChecksum(uint32_t* checksum) override;
+  int32_t GetFirmwareVersion(uint8_t* version) override;
+  int32_t GetChipId(uint8_t* chipId) override;
+  int32_t CheckNeedUpgrade(const char* path, uint32_t* needUpgrade) override;
+  void Deinit() override;
+  std::string BindError() const override { return bindError_; }
+
+ private:
+  struct Table {
+    int32_t (*init)(btl_upgrade_config*);
+    int32_t (*upgradeFromFile)(const char*);
+    int32_t (*getChecksum)(uint32_t*);
+    int32_t (*getFirmwareVersion)(uint8_t*);
+    int32_t (*getChipId)(uint8_t*);
+    int32_t (*checkNeedUpgrade)(const char*, uint32_t*);
+    void (*deinit)();
+  };
+
+  // 0 when bound, else the result every call returns.
+  int32_t Bind();
+
+  std::wstring dllName_;
+  HMODULE module_ = nullptr;
+  Table table_ = {};
+  bool bound_ = false;
+  int32_t bindResult_ = 0;
+  bool tried_ = false;
+  std::string bindError_;
+};
+
+// The process's one binding of btl_upgrade.dll.
+UpgradeLibrary* Win32Upgrade();
+
+}  // namespace calder

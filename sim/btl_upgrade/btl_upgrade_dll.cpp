@@ -1,0 +1,113 @@
+// The stand-in's scenario comes from the environment, read once at the first
+// call:
+//   BTL_SIM_INIT_RESULT, BTL_SIM_UPGRADE_RESULT, BTL_SIM_CHECKSUM_RESULT,
+//   BTL_SIM_VERSION_RESULT, BTL_SIM_CHIP_ID_RESULT, BTL_SIM_CHECK_RESULT
+//                        results that replace the entry point's own work
+//   BTL_SIM_CHECKSUM_MODE "low16" (default) or "full32"
+//   BTL_SIM_FLASH        a file whose content the controller already holds
+//   BTL_SIM_RECORD       a file to which every call is appended, one a line
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <string>
+
+#include "sim/touchpad_controller.h"
+
+using calder::btl_upgrade_config;
+using calder::sim::ChecksumMode;
+using calder::sim::TouchpadController;
+
+namespace {
+
+std::optional<int32_t> EnvResult(const char* name) {
+  const char* value = std::getenv(name);
+  if (value == nullptr || value[0] == '\0') return std::nullopt;
+  return static_cast<int32_t>(std::strtol(value, nullptr, 0));
+}
+
+TouchpadController& Chip() {
+  static TouchpadController chip = [] {
+    TouchpadController c;
+    c.initResult = EnvResult("BTL_SIM_INIT_RESULT");
+    c.upgradeResult = EnvResult("BTL_SIM_UPGRADE_RESULT");
+    c.checksumResult = EnvResult("BTL_SIM_CHECKSUM_RESULT");
+    c.versionResult = EnvResult("BTL_SIM_VERSION_RESULT");
+    c.chipIdResult = EnvResult("BTL_SIM_CHIP_ID_RESULT");
+    c.checkResult = EnvResult("BTL_SIM_CHECK_RESULT");
+    const char* mode = std::getenv("BTL_SIM_CHECKSUM_MODE");
+    if (mode != nullptr && std::string(mode) == "full32") c.checksumMode = ChecksumMode::Full32;
+    if (const char* flash = std::getenv("BTL_SIM_FLASH")) {
+      std::ifstream in(flash, std::ios::binary);
+      c.flash.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
+    return c;
+  }();
+  return chip;
+}
+
+void Record(const std::string& line) {
+  const char* path = std::getenv("BTL_SIM_RECORD");
+  if (path == nullptr || path[0] == '\0') return;
+  if (std::FILE* f = std::fopen(path, "ab")) {
+    std::fprintf(f, "%s\n", line.c_str());
+    std::fclose(f);
+  }
+}
+
+std::string Result(const char* call, int32_t rc) { return std::string(call) + " -> " + std::to_string(rc); }
+
+}  // namespace
+
+#define BTL_EXPORT extern "C" __declspec(dllexport)
+
+BTL_EXPORT int32_t btl_upgrade_init(btl_upgrade_config* config) {
+  const int32_t rc = Chip().Init(config);
+  const calder::sim::TpSeenConfig& seen = Chip().seenConfig;
+  char line[256];
+  std::snprintf(line, sizeof line,
+                "btl_upgrade_init hw_id=%s chip_id=0x%02X have_boot=%d options=%d,%d,%d zero=%s "
+                "callbacks=%s -> %d",
+                seen.hwId.c_str(), seen.chipId, seen.haveBoot, seen.options[0], seen.options[1],
+                seen.options[2], seen.zeroBytesClean && seen.lastNull ? "yes" : "no",
+                seen.progressSet && seen.logSet ? "yes" : "no", rc);
+  Record(line);
+  return rc;
+}
+
+BTL_EXPORT int32_t btl_upgrade_from_file(const char* path) {
+  const int32_t rc = Chip().UpgradeFromFile(path);
+  Record(Result((std::string("btl_upgrade_from_file ") + (path != nullptr ? path : "")).c_str(), rc));
+  return rc;
+}
+
+BTL_EXPORT int32_t btl_get_checksum(uint32_t* checksum) {
+  const int32_t rc = Chip().GetChecksum(checksum);
+  Record(Result("btl_get_checksum", rc));
+  return rc;
+}
+
+BTL_EXPORT int32_t btl_get_firmware_version(uint8_t* version) {
+  const int32_t rc = Chip().GetFirmwareVersion(version);
+  Record(Result("btl_get_firmware_version", rc));
+  return rc;
+}
+
+BTL_EXPORT int32_t btl_get_chip_id(uint8_t* chipId) {
+  const int32_t rc = Chip().GetChipId(chipId);
+  Record(Result("btl_get_chip_id", rc));
+  return rc;
+}
+
+BTL_EXPORT int32_t btl_check_need_upgrade(const char* path, uint32_t* needUpgrade) {
+  const int32_t rc = Chip().CheckNeedUpgrade(path, needUpgrade);
+  Record(Result("btl_check_need_upgrade", rc));
+  return rc;
+}
+
+BTL_EXPORT void btl_upgrade_deinit() {
+  Chip().Deinit();
+  Record("btl_upgrade_deinit");
+}
