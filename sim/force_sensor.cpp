@@ -150,7 +150,13 @@ void ForceSensor::HandleSensorPayload(const uint8_t* payload, int length) {
     StartApplication();
   }
   if (mode == Mode::kApplication) {
-    if (length == 1 && payload[0] == 0x10) output_.assign(version.begin(), version.end());
+    if (length == 1 && payload[0] == 0x10) {
+      if (versionOffset) {
+        output_ = ReadFlash(kFlashBase + *versionOffset, version.size());
+      } else {
+        output_.assign(version.begin(), version.end());
+      }
+    }
     return;
   }
   // Boot loader: a hold frame is harmless, anything else must be a valid packet.

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -59,6 +60,10 @@ class ForceSensor : public BridgeLibrary {
   // --- configuration ---
   ForceSensorFaults faults;
   std::array<uint8_t, 4> version{1, 0, 2, 3};
+  // When set, the application reports the four flash bytes at this offset
+  // from kFlashBase instead of `version`: firmware that carries its own
+  // version, so a half-written image shows.
+  std::optional<uint32_t> versionOffset;
   Mode mode = Mode::kApplication;
   std::vector<uint8_t> flash;  // kFlashSize bytes from kFlashBase
 
