@@ -209,6 +209,82 @@ TEST_F(SkinWindow, MessageLoopPreTranslatesThenDispatchesUntilQuit) {
   EXPECT_EQ(w.final_calls, 1);
 }
 
+// Runs in a child process (see below): the default failure handler shows its
+// message box, a watcher reads and dismisses it, and the process ends with 1.
+TEST(SkinFailureChild, DefaultHandlerShowsTheMessageBoxAndExits) {
+  wchar_t report[MAX_PATH] = {};
+  if (GetEnvironmentVariableW(L"CALDER_SKIN_FAILURE_REPORT", report, MAX_PATH) == 0) {
+    GTEST_SKIP() << "runs only as the child of SkinWindow.ABadSkinShowsTheMessageBoxAndEndsTheProcess";
+  }
+  static std::wstring report_path;
+  report_path = report;
+  CreateThread(
+      nullptr, 0,
+      [](void*) -> DWORD {
+        for (int i = 0; i < 400; ++i) {
+          HWND box = FindWindowW(L"#32770", L"Error");
+          if (box != nullptr) {
+            std::wstring texts;
+            EnumChildWindows(
+                box,
+                [](HWND child, LPARAM out) -> BOOL {
+                  wchar_t cls[32] = {}, text[256] = {};
+                  GetClassNameW(child, cls, 31);
+                  GetWindowTextW(child, text, 255);
+                  if (lstrcmpiW(cls, L"Static") == 0 && text[0] != 0) *reinterpret_cast<std::wstring*>(out) += text;
+                  return TRUE;
+                },
+                reinterpret_cast<LPARAM>(&texts));
+            if (FILE* f = _wfopen(report_path.c_str(), L"wb")) {
+              std::fwrite(texts.data(), sizeof(wchar_t), texts.size(), f);
+              std::fclose(f);
+            }
+            PostMessageW(box, WM_COMMAND, IDOK, 0);
+            return 0;
+          }
+          Sleep(25);
+        }
+        return 1;
+      },
+      nullptr, 0, nullptr);
+  CPaintManagerUI::SetInstance(GetModuleHandleW(nullptr));
+  CPaintManagerUI::SetResourceType(UILIB_ZIPRESOURCE);
+  SkinTestWindow bad(107, L"nope.xml");
+  bad.Open();
+  ADD_FAILURE() << "the process should have ended";
+}
+
+TEST_F(SkinWindow, ABadSkinShowsTheMessageBoxAndEndsTheProcess) {
+  wchar_t exe[MAX_PATH] = {};
+  GetModuleFileNameW(nullptr, exe, MAX_PATH);
+  wchar_t temp[MAX_PATH] = {};
+  GetTempPathW(MAX_PATH, temp);
+  const std::wstring report = std::wstring(temp) + L"calder_skin_failure.txt";
+  DeleteFileW(report.c_str());
+  SetEnvironmentVariableW(L"CALDER_SKIN_FAILURE_REPORT", report.c_str());
+  std::wstring command = L"\"" + std::wstring(exe) + L"\" --gtest_filter=SkinFailureChild.*";
+  STARTUPINFOW si = {};
+  si.cb = sizeof si;
+  PROCESS_INFORMATION pi = {};
+  const BOOL started = CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi);
+  SetEnvironmentVariableW(L"CALDER_SKIN_FAILURE_REPORT", nullptr);
+  ASSERT_TRUE(started);
+  ASSERT_EQ(WaitForSingleObject(pi.hProcess, 60000), WAIT_OBJECT_0);
+  DWORD code = 0;
+  GetExitCodeProcess(pi.hProcess, &code);
+  CloseHandle(pi.hThread);
+  CloseHandle(pi.hProcess);
+  EXPECT_EQ(code, 1u);
+  std::wstring shown;
+  if (FILE* f = _wfopen(report.c_str(), L"rb")) {
+    wchar_t c;
+    while (std::fread(&c, sizeof c, 1, f) == 1) shown += c;
+    std::fclose(f);
+  }
+  // "加载资源文件失败：" and the skin file name, in a box titled "Error"
+  EXPECT_EQ(shown, L"\u52A0\u8F7D\u8D44\u6E90\u6587\u4EF6\u5931\u8D25\uFF1Anope.xml");
+}
+
 // A screen grab of the window, as 32-bit top-down pixels.
 struct Screenshot {
   int width = 0, height = 0;

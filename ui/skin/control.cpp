@@ -34,11 +34,7 @@ void CControlUI::SetManager(CPaintManagerUI* manager, CControlUI* parent) {
   parent_ = parent;
 }
 
-void CControlUI::SetText(const std::wstring& text) {
-  if (text_ == text) return;
-  text_ = text;
-  Invalidate();
-}
+void CControlUI::SetText(const std::wstring& text) { SetAndRepaint(text_, text); }
 
 void CControlUI::SetPos(const UiRect& rect) {
   if (rect_ == rect) return;
@@ -66,30 +62,10 @@ void CControlUI::SetVisible(bool visible) {
 
 void CControlUI::SetInternVisible(bool visible) { intern_visible_ = visible; }
 
-void CControlUI::SetBkColor(uint32_t argb) {
-  if (bk_color_ == argb) return;
-  bk_color_ = argb;
-  Invalidate();
-}
-
-void CControlUI::SetForeColor(uint32_t argb) {
-  if (fore_color_ == argb) return;
-  fore_color_ = argb;
-  Invalidate();
-}
-
-void CControlUI::SetBorderColor(uint32_t argb) {
-  if (border_color_ == argb) return;
-  border_color_ = argb;
-  Invalidate();
-}
-
-void CControlUI::SetBorderSize(int size) {
-  size = ClampLength(size);
-  if (border_size_ == size) return;
-  border_size_ = size;
-  Invalidate();
-}
+void CControlUI::SetBkColor(uint32_t argb) { SetAndRepaint(bk_color_, argb); }
+void CControlUI::SetForeColor(uint32_t argb) { SetAndRepaint(fore_color_, argb); }
+void CControlUI::SetBorderColor(uint32_t argb) { SetAndRepaint(border_color_, argb); }
+void CControlUI::SetBorderSize(int size) { SetAndRepaint(border_size_, ClampLength(size)); }
 
 void CControlUI::Invalidate() {
   if (manager_ == nullptr || !IsVisible()) return;

@@ -93,6 +93,13 @@ class CControlUI {
  protected:
   // A fixed length scaled by the manager's DPI.
   int ScaleLength(int length) const;
+  // Stores a drawn property and repaints when it changes.
+  template <typename T>
+  void SetAndRepaint(T& field, const T& value) {
+    if (field == value) return;
+    field = value;
+    Invalidate();
+  }
 
   CPaintManagerUI* manager_ = nullptr;
   CControlUI* parent_ = nullptr;

@@ -29,23 +29,9 @@ void CLabelUI::SetAttribute(const wchar_t* pstrName, const wchar_t* pstrValue) {
   }
 }
 
-void CLabelUI::SetFont(int id) {
-  if (font_ == id) return;
-  font_ = id;
-  Invalidate();
-}
-
-void CLabelUI::SetTextColor(uint32_t argb) {
-  if (text_color_ == argb) return;
-  text_color_ = argb;
-  Invalidate();
-}
-
-void CLabelUI::SetTextStyle(unsigned style) {
-  if (text_style_ == style) return;
-  text_style_ = style;
-  Invalidate();
-}
+void CLabelUI::SetFont(int id) { SetAndRepaint(font_, id); }
+void CLabelUI::SetTextColor(uint32_t argb) { SetAndRepaint(text_color_, argb); }
+void CLabelUI::SetTextStyle(unsigned style) { SetAndRepaint(text_style_, style); }
 
 void CLabelUI::PaintText(Canvas& canvas) {
   if (text_.empty()) return;

@@ -22,34 +22,15 @@ void CProgressUI::SetAttribute(const wchar_t* pstrName, const wchar_t* pstrValue
   else CLabelUI::SetAttribute(pstrName, pstrValue);
 }
 
-void CProgressUI::SetHorizontal(bool horizontal) {
-  if (horizontal_ == horizontal) return;
-  horizontal_ = horizontal;
-  Invalidate();
-}
-
-void CProgressUI::SetMinValue(int min) {
-  min_ = min;
-  Invalidate();
-}
-
-void CProgressUI::SetMaxValue(int max) {
-  max_ = max;
-  Invalidate();
-}
+void CProgressUI::SetHorizontal(bool horizontal) { SetAndRepaint(horizontal_, horizontal); }
+void CProgressUI::SetMinValue(int min) { SetAndRepaint(min_, min); }
+void CProgressUI::SetMaxValue(int max) { SetAndRepaint(max_, max); }
 
 void CProgressUI::SetValue(int value) {
   // Not std::clamp: a skin may give min above max.
-  value = std::max(min_, std::min(max_, value));
-  if (value_ == value) return;
-  value_ = value;
-  Invalidate();
+  SetAndRepaint(value_, std::max(min_, std::min(max_, value)));
 }
 
-void CProgressUI::SetStretchForeImage(bool stretch) {
-  if (stretch_fore_image_ == stretch) return;
-  stretch_fore_image_ = stretch;
-  Invalidate();
-}
+void CProgressUI::SetStretchForeImage(bool stretch) { SetAndRepaint(stretch_fore_image_, stretch); }
 
 }  // namespace calder
