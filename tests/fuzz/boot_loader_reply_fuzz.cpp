@@ -36,9 +36,15 @@ class FuzzedBridge : public BridgeLibrary {
  public:
   FuzzedBridge(sim::ForceSensor& sensor, fuzz::FuzzInput& in) : sensor_(sensor), in_(in) {}
 
-  int btl_init_driver_7853() override { return Lifecycle("init", [&] { return sensor_.btl_init_driver_7853(); }); }
-  int btl_open_device() override { return Lifecycle("open", [&] { return sensor_.btl_open_device(); }); }
-  int btl_close_device() override { return Lifecycle("close", [&] { return sensor_.btl_close_device(); }); }
+  int btl_init_driver_7853() override {
+    return Lifecycle("init", [&] { return sensor_.btl_init_driver_7853(); });
+  }
+  int btl_open_device() override {
+    return Lifecycle("open", [&] { return sensor_.btl_open_device(); });
+  }
+  int btl_close_device() override {
+    return Lifecycle("close", [&] { return sensor_.btl_close_device(); });
+  }
   int btl_uninstall_driver() override {
     return Lifecycle("uninstall", [&] { return sensor_.btl_uninstall_driver(); });
   }
@@ -191,7 +197,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // sensor's own count also holds valid packets that came in the wrong mode).
   for (const auto& frame : sensor.frames) Check(WellFormed(frame), "a malformed frame was sent");
   const int blocks = static_cast<int>(file.image.size() + 63) / 64;
-  Check(Count(sensor.frames, kWriteFlash) <= 3 * blocks, "more Write flash packets than three runs");
+  Check(Count(sensor.frames, kWriteFlash) <= 3 * blocks,
+        "more Write flash packets than three runs");
   Check(!progress.posts.empty() && progress.posts.back() == 90, "the phase did not end with 90");
   // The last block runs past a size that is not a multiple of 64, so its
   // percentage can pass 100 (1000 bytes: 102, posted as 81).

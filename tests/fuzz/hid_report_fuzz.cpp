@@ -59,8 +59,9 @@ class FuzzedHost : public HidHost {
 bool DottedVersion(const std::string& text) {
   unsigned a, b, c, d;
   char tail;
-  return std::sscanf(text.c_str(), "%u.%u.%u.%u%c", &a, &b, &c, &d, &tail) == 4 && a < 256 &&
-         b < 256 && c < 256 && d < 256 && text.find_first_not_of("0123456789.") == std::string::npos;
+  return std::sscanf(text.c_str(), "%u.%u.%u.%u%c", &a, &b, &c, &d, &tail) == 4 &&
+         a < 256 && b < 256 && c < 256 && d < 256 &&
+         text.find_first_not_of("0123456789.") == std::string::npos;
 }
 
 // Seven signed 16-bit decimals, single blanks; their sum is not a multiple

@@ -38,7 +38,9 @@ class CuttingBridge : public BridgeLibrary {
 
   int btl_init_driver_7853() override { return After(sensor_.btl_init_driver_7853()); }
   int btl_open_device() override { return After(sensor_.btl_open_device()); }
-  int btl_write_data(unsigned char* b, int n) override { return After(sensor_.btl_write_data(b, n)); }
+  int btl_write_data(unsigned char* b, int n) override {
+    return After(sensor_.btl_write_data(b, n));
+  }
   int btl_read_data(unsigned char* b, int n) override { return After(sensor_.btl_read_data(b, n)); }
   int btl_close_device() override { return After(sensor_.btl_close_device()); }
   int btl_uninstall_driver() override { return After(sensor_.btl_uninstall_driver()); }
