@@ -8,6 +8,7 @@
 #include "platform/win32/win32_bridge_library.h"
 #include "platform/win32/win32_hid_host.h"
 #include "platform/win32/upgrade_library_win32.h"
+#include "bios/win32/wmi_com_connector.h"
 
 HWND g_hProgressWnd = nullptr;
 bool g_bProgressWindowActive = false;
@@ -127,6 +128,7 @@ void InstallWin32Environment() {
   env.hid = Win32Hid();
   env.bridge = Win32Bridge();
   env.upgrade = Win32Upgrade();
+  env.wmi = Win32Wmi();
 }
 
 }  // namespace calder
