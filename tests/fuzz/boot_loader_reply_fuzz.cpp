@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -98,8 +99,18 @@ struct ImageFile {
   std::vector<uint8_t> image;  // what the sensor must hold after a good run
 };
 
+const char* const kFileNames[] = {"1.bin", "4.bin", "tagged.bin"};
+
+std::string FilePath(const std::string& name) {
+  return "/tmp/calder_boot_fuzz_" + std::to_string(getpid()) + "_" + name;
+}
+
+void RemoveFiles() {
+  for (const char* name : kFileNames) std::remove(FilePath(name).c_str());
+}
+
 std::string WriteFile(const std::string& name, const std::vector<uint8_t>& bytes) {
-  const std::string path = "/tmp/calder_boot_fuzz_" + std::to_string(getpid()) + "_" + name;
+  const std::string path = FilePath(name);
   std::FILE* out = std::fopen(path.c_str(), "wb");
   Check(out != nullptr, "cannot write a firmware file");
   std::fwrite(bytes.data(), 1, bytes.size(), out);
@@ -120,16 +131,17 @@ const std::vector<ImageFile>& Images() {
     std::vector<uint8_t> one = Pattern(40, 1);
     std::vector<uint8_t> padded = one;
     padded.resize(64, 0);
-    out.push_back({WriteFile("1.bin", one), padded});
+    out.push_back({WriteFile(kFileNames[0], one), padded});
     std::vector<uint8_t> four = Pattern(200, 9);
     padded = four;
     padded.resize(256, 0);
-    out.push_back({WriteFile("4.bin", four), padded});
+    out.push_back({WriteFile(kFileNames[1], four), padded});
     std::vector<uint8_t> tagged(72, 0x20);
     const std::vector<uint8_t> body = Pattern(1000, 77);
     std::copy_n("AW8680", 6, tagged.begin() + 24);
     tagged.insert(tagged.end(), body.begin(), body.end());
-    out.push_back({WriteFile("tagged.bin", tagged), body});
+    out.push_back({WriteFile(kFileNames[2], tagged), body});
+    std::atexit(RemoveFiles);
     return out;
   }();
   return images;

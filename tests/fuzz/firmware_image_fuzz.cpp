@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -26,10 +27,11 @@ constexpr size_t kStretchBase = 49900;
 
 void Check(bool ok, const char* what) { calder::fuzz::Check(ok, "firmware_image_fuzz", what); }
 
-const std::string& TempPath() {
-  static const std::string path = "/tmp/calder_image_fuzz_" + std::to_string(getpid()) + ".bin";
-  return path;
+std::string TempPath() {
+  return "/tmp/calder_image_fuzz_" + std::to_string(getpid()) + ".bin";
 }
+
+void RemoveTempFile() { std::remove(TempPath().c_str()); }
 
 std::vector<uint8_t> FileFrom(const uint8_t* data, size_t size) {
   if (size == 0) return {};
@@ -55,6 +57,8 @@ bool All(const uint8_t* bytes, size_t count, uint8_t value) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static const int cleanup = std::atexit(RemoveTempFile);
+  (void)cleanup;
   const std::vector<uint8_t> file = FileFrom(data, size);
   {
     std::FILE* out = std::fopen(TempPath().c_str(), "wb");
