@@ -113,10 +113,10 @@ TEST_F(SkinManager, TimersAreKeptPerControlAndReachTheirOwner) {
   EXPECT_EQ(window.started[0].second, 40u);
   EXPECT_EQ(window.started[1].second, 33u);
 
-  manager.OnNativeTimer(first_native, 1);
+  EXPECT_TRUE(manager.OnNativeTimer(first_native, 1));
   manager.OnNativeTimer(first_native, 2);
   manager.OnNativeTimer(second_native, 3);
-  manager.OnNativeTimer(0xDEAD, 4);  // not ours: nothing
+  EXPECT_FALSE(manager.OnNativeTimer(0xDEAD, 4));  // not ours: left to the window
   EXPECT_EQ(first->ticks, (std::vector<unsigned>{2026, 2026}));
   EXPECT_EQ(second->ticks, (std::vector<unsigned>{2026}));
 

@@ -130,7 +130,7 @@ bool CPaintManagerUI::KillTimer(CControlUI* control, unsigned id) {
   return false;
 }
 
-void CPaintManagerUI::OnNativeTimer(unsigned native_id, uint64_t timestamp) {
+bool CPaintManagerUI::OnNativeTimer(unsigned native_id, uint64_t timestamp) {
   for (const Timer& t : timers_) {
     if (t.native_id != native_id) continue;
     TEventUI event;
@@ -139,8 +139,9 @@ void CPaintManagerUI::OnNativeTimer(unsigned native_id, uint64_t timestamp) {
     event.dwTimestamp = timestamp;
     event.wParam = t.id;
     t.control->Event(event);  // may kill timers: do not touch the list after
-    return;
+    return true;
   }
+  return false;
 }
 
 void CPaintManagerUI::SetDPI(int dpi, const UiRect& rect) {

@@ -72,8 +72,9 @@ class CPaintManagerUI {
 
   bool SetTimer(CControlUI* control, unsigned id, unsigned elapse_ms);
   bool KillTimer(CControlUI* control, unsigned id);
-  // A native timer fired: the owning control gets UIEVENT_TIMER with its own id.
-  void OnNativeTimer(unsigned native_id, uint64_t timestamp);
+  // A native timer fired: the owning control gets UIEVENT_TIMER with its own
+  // id. False when the timer is not one of the controls'.
+  bool OnNativeTimer(unsigned native_id, uint64_t timestamp);
 
   CDPI* GetDPIObj() { return &dpi_; }
   const CDPI* GetDPIObj() const { return &dpi_; }

@@ -53,7 +53,7 @@ bool Win32PaintWindow::HandleMessage(UINT msg, WPARAM wparam, LPARAM, LRESULT* r
       InvalidateRect(hwnd_, nullptr, FALSE);
       return false;
     case WM_TIMER:
-      manager_->OnNativeTimer(static_cast<unsigned>(wparam), GetTickCount64());
+      if (!manager_->OnNativeTimer(static_cast<unsigned>(wparam), GetTickCount64())) return false;
       *result = 0;
       return true;
     case kUiMsgSetDpi:
