@@ -1,7 +1,6 @@
 #include "touchpad/tp_update.h"
 
 #include <cstdio>
-#include <cstring>
 #include <string>
 
 #include "app/log.h"
@@ -119,36 +118,16 @@ int RunUpgrade(UpgradeLibrary& library, const TPSettings& settings, const char* 
   return VerifyUpgrade(library, settings.file);
 }
 
-int RunVersion(UpgradeLibrary& library) {
-  uint8_t version = 0;
-  const int32_t rc = library.GetFirmwareVersion(&version);
+// A query command: one library call, then its answer or its error code.
+template <typename Value, typename Call, typename Print>
+int RunQuery(Call call, const char* failureFormat, Print printAnswer) {
+  Value value = 0;
+  const int32_t rc = call(&value);
   if (rc != 0) {
-    std::printf("ERROR: Get version failed: %d\n", rc);
+    std::printf(failureFormat, rc);
     return 1;
   }
-  std::printf("Firmware Version: %d (0x%02X)\n", version, version);
-  return 0;
-}
-
-int RunChipId(UpgradeLibrary& library) {
-  uint8_t chipId = 0;
-  const int32_t rc = library.GetChipId(&chipId);
-  if (rc != 0) {
-    std::printf("ERROR: Get chip ID failed: %d\n", rc);
-    return 1;
-  }
-  std::printf("Chip ID: 0x%02X\n", chipId);
-  return 0;
-}
-
-int RunChecksum(UpgradeLibrary& library) {
-  uint32_t checksum = 0;
-  const int32_t rc = library.GetChecksum(&checksum);
-  if (rc != 0) {
-    std::printf("ERROR: Get checksum failed: %d\n", rc);
-    return 1;
-  }
-  std::printf("Checksum: 0x%08X\n", checksum);
+  printAnswer(value);
   return 0;
 }
 
@@ -158,23 +137,33 @@ int RunCheck(UpgradeLibrary& library, const TPSettings& settings, const char* pr
     std::printf("Usage: %s check <bin_file>\n", program);
     return 1;
   }
-  uint32_t needUpgrade = 0;
-  const int32_t rc = library.CheckNeedUpgrade(settings.file.c_str(), &needUpgrade);
-  if (rc != 0) {
-    std::printf("ERROR: Check failed: %d\n", rc);
-    return 1;
-  }
-  std::printf("Need Upgrade: %s\n", needUpgrade != 0 ? "Yes" : "No");
-  return 0;
+  return RunQuery<uint32_t>(
+      [&](uint32_t* need) { return library.CheckNeedUpgrade(settings.file.c_str(), need); },
+      "ERROR: Check failed: %d\n",
+      [](uint32_t need) { std::printf("Need Upgrade: %s\n", need != 0 ? "Yes" : "No"); });
 }
 
 int Dispatch(UpgradeLibrary& library, const TPSettings& settings, const char* command,
              const char* program) {
   const std::string name = OrEmpty(command);
   if (name == "upgrade") return RunUpgrade(library, settings, program);
-  if (name == "version") return RunVersion(library);
-  if (name == "chipid") return RunChipId(library);
-  if (name == "checksum") return RunChecksum(library);
+  if (name == "version") {
+    return RunQuery<uint8_t>(
+        [&](uint8_t* version) { return library.GetFirmwareVersion(version); },
+        "ERROR: Get version failed: %d\n",
+        [](uint8_t version) { std::printf("Firmware Version: %d (0x%02X)\n", version, version); });
+  }
+  if (name == "chipid") {
+    return RunQuery<uint8_t>([&](uint8_t* chipId) { return library.GetChipId(chipId); },
+                             "ERROR: Get chip ID failed: %d\n",
+                             [](uint8_t chipId) { std::printf("Chip ID: 0x%02X\n", chipId); });
+  }
+  if (name == "checksum") {
+    return RunQuery<uint32_t>(
+        [&](uint32_t* checksum) { return library.GetChecksum(checksum); },
+        "ERROR: Get checksum failed: %d\n",
+        [](uint32_t checksum) { std::printf("Checksum: 0x%08X\n", checksum); });
+  }
   if (name == "check") return RunCheck(library, settings, program);
   std::printf("ERROR: Unknown command: %s\n\n", name.c_str());
   TPPrintUsage(program);
