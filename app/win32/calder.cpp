@@ -3,18 +3,81 @@
 #include <windows.h>
 #include <mmsystem.h>
 
+#include <functional>
+#include <future>
+#include <string>
 #include <thread>
 
 #include "app/calder.h"
 #include "app/log.h"
 #include "app/logging.h"
+#include "platform/win32/progress_globals.h"
 #include "platform/win32/win32_seams.h"
-
+#include "ui/skin/paint_manager.h"
+#include "ui/win32/ui_main_window.h"
 
 namespace {
 
+// The touch-gesture helper, another process, listens on a message-only window.
+constexpr wchar_t kGestureHelperClass[] = L"KoruTouchGestureClass";
+constexpr wchar_t kGestureHelperName[] = L"koru_touch_gesture";
+constexpr UINT kUpdateBegins = WM_USER + 1;
+constexpr UINT kUpdateEnded = WM_USER + 2;
+
+// Filled once and kept until the process ends.
+std::function<int()> g_task;
+std::future<int> g_result;
+
 bool IsVersionQuery(int argc, char** argv) {
   return argc == 2 && argv[1] != nullptr && std::string(argv[1]) == "--version";
+}
+
+HWND FindGestureHelper() {
+  return FindWindowExW(HWND_MESSAGE, nullptr, kGestureHelperClass, kGestureHelperName);
+}
+
+// Runs main on the worker, then reports 100 % and closes the window. The two
+// posts are back to back on purpose: the close cancels the restart countdown
+// that 100 % starts.
+int RunMainOnWorker() {
+  timeBeginPeriod(1);
+  const int rc = calder::main(__argc, __argv);
+  LOG(INFO) << "main returned: " << rc;
+  timeEndPeriod(1);
+  if (g_hProgressWnd != nullptr && g_bProgressWindowActive) {
+    PostMessageW(g_hProgressWnd, WM_UPDATE_PROGRESS, 100, 0);
+  }
+  g_bProgressWindowActive = false;
+  PostMessageW(g_hProgressWnd, WM_CLOSE, 0, 0);
+  g_hProgressWnd = nullptr;
+  const HWND helper = FindGestureHelper();
+  if (helper != nullptr && g_bGestureHelperNotified) {
+    SendMessageW(helper, kUpdateEnded, 0, 0);
+    LOG(INFO) << "WM_USER + 2 message send ";
+  }
+  return rc;
+}
+
+// The progress window on this thread while task runs on a detached worker;
+// task's result once both have finished.
+int RunWithProgressWindow(std::function<int()> task) {
+  if (g_bProgressWindowActive) return 0;
+  g_bProgressWindowActive = true;
+  if (!g_task) g_task = std::move(task);
+
+  calder::UIMainWindow* window = calder::CreateProgressWindow();
+  // Published before the worker starts, so its first post finds the window.
+  g_hProgressWnd = window->GetHWND();
+
+  if (g_task) {
+    std::packaged_task<int()> packaged(g_task);
+    g_result = packaged.get_future();
+    std::thread(std::move(packaged)).detach();
+  }
+  calder::CPaintManagerUI::MessageLoop();
+
+  if (!g_result.valid()) throw std::future_error(std::future_errc::no_state);
+  return g_result.get();
 }
 
 }  // namespace
@@ -26,15 +89,14 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
 
   if (IsVersionQuery(__argc, __argv)) return calder::main(__argc, __argv);
 
-  // Window mode: the progress window arrives with its own change; until then
-  // the worker runs alone and the entry thread waits for its result.
-  int rc = 1;
-  std::thread worker([&rc] {
-    timeBeginPeriod(1);
-    rc = calder::main(__argc, __argv);
-    LOG(INFO) << "main returned: " << rc;
-    timeEndPeriod(1);
-  });
-  worker.join();
-  return rc;
+  const HWND helper = FindGestureHelper();
+  if (helper != nullptr) {
+    g_bGestureHelperNotified = true;
+    SendMessageW(helper, kUpdateBegins, 0, 0);
+    LOG(INFO) << "WM_USER + 1 message send ";
+  } else {
+    g_bGestureHelperNotified = false;
+    LOG(INFO) << "can not find window";
+  }
+  return RunWithProgressWindow(&RunMainOnWorker);
 }
