@@ -12,6 +12,13 @@ if(WIN32)
   target_link_libraries(calder_window PUBLIC gdiplus gdi32 user32 shcore)
 endif()
 
+# The window's cost under Wine (bench/window_cost.sh runs it).
+if(WIN32)
+  add_executable(window_cost WIN32 ${CMAKE_SOURCE_DIR}/bench/win/window_cost.cpp)
+  target_link_libraries(window_cost PRIVATE calder_window calder_win32 calder_skin_resource)
+  set_target_properties(window_cost PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+endif()
+
 function(calder_window_wire_targets)
   if(TARGET calder_tests)
     target_link_libraries(calder_tests PRIVATE calder_window)

@@ -80,7 +80,10 @@ bool UIMainWindow::GetBarRange(int* min, int* max) {
 
 void UIMainWindow::SetBarValue(int value) {
   m_pProgress->SetValue(value);
-  m_pProgress->Invalidate();
+  // The painted band lies mostly below the bar's own rectangle, inside its
+  // row: repaint the row, or only the band's top line would be redrawn.
+  CControlUI* row = m_pProgress->GetParent();
+  (row != nullptr ? row : m_pProgress)->Invalidate();
 }
 
 void UIMainWindow::SetProgressText(const std::wstring& text) {
