@@ -77,7 +77,7 @@ int ForceSensor::btl_uninstall_driver() {
 int ForceSensor::btl_write_data(unsigned char* buffer, int length) {
   ++writeCalls;
   if (!open_) return kSimNotOpen;
-  if (faults.writesFail) return kSimWriteError;
+  if (faults.writesFail || NthCallFails()) return kSimWriteError;
   if (faults.failedWrites > 0) {
     --faults.failedWrites;
     return kSimWriteError;
@@ -90,6 +90,7 @@ int ForceSensor::btl_write_data(unsigned char* buffer, int length) {
   }
   frames.emplace_back(buffer, buffer + length);
   SettleBoot();
+  if (silent_ && !touch) return 0;
 
   if (touch) {
     HandleTouchFrame(buffer, length);
@@ -114,14 +115,19 @@ int ForceSensor::btl_write_data(unsigned char* buffer, int length) {
 int ForceSensor::btl_read_data(unsigned char* buffer, int length) {
   ++readCalls;
   if (!open_) return kSimNotOpen;
-  if (faults.readsFail) return kSimReadError;
+  if (faults.readsFail || NthCallFails()) return kSimReadError;
   if (buffer == nullptr || length < 0) return kSimReadError;
   SettleBoot();
   std::memset(buffer, 0, static_cast<size_t>(length));
-  if (!faults.allZeroReplies && mode != Mode::kHeldInReset) {
+  if (!faults.allZeroReplies && !silent_ && mode != Mode::kHeldInReset) {
     std::copy_n(output_.begin(), std::min<size_t>(output_.size(), length), buffer);
   }
   return 0;
+}
+
+bool ForceSensor::NthCallFails() {
+  ++dataCalls_;
+  return faults.failEvery > 0 && dataCalls_ % faults.failEvery == 0;
 }
 
 void ForceSensor::SettleBoot() {
@@ -204,6 +210,8 @@ void ForceSensor::HandleCommand(uint8_t group, uint8_t code, const uint8_t* data
       if (ok) {
         std::copy_n(data + 4, kWriteBlock, target);
         writtenBlocks.push_back(address);
+        silent_ = faults.silentAfterBlocks >= 0 &&
+                  static_cast<int>(writtenBlocks.size()) >= faults.silentAfterBlocks;
       }
     }
     std::vector<uint8_t> reply = {ok ? kStatusOk : kStatusFailed};

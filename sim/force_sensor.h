@@ -26,6 +26,10 @@ struct ForceSensorFaults {
   uint8_t erasedValue = 0x00;   // what erased flash reads back as
   bool allZeroReplies = false;  // every read returns zeros with success
   int failedTouchFrames = 0;    // the next N touch frames fail
+  int failEvery = 0;            // every Nth btl_write_data / btl_read_data call fails
+  int silentAfterBlocks = -1;   // after N (>= 1) accepted Write flash blocks the
+                                // sensor stops answering: the bridge takes its
+                                // frames, reads return zeros
 };
 
 // Bridge error codes of the model.
@@ -83,6 +87,7 @@ class ForceSensor : public BridgeLibrary {
   std::vector<bool> touchFrames;                    // true = disable
   bool touchEnabled = true;
   bool open() const { return open_; }
+  bool silent() const { return silent_; }
 
   // Flash bytes from an absolute address (out of range reads as zero).
   std::vector<uint8_t> ReadFlash(uint32_t address, size_t count) const;
@@ -95,9 +100,12 @@ class ForceSensor : public BridgeLibrary {
   void StartApplication();
   void Reply(uint8_t group, uint8_t code, const std::vector<uint8_t>& data);
   bool InFlash(uint32_t address, uint32_t count) const;
+  bool NthCallFails();
 
   Clock& clock_;
   bool open_ = false;
+  bool silent_ = false;
+  int dataCalls_ = 0;
   uint64_t releasedAt_ = 0;
   std::vector<uint8_t> output_;  // what the next read returns
 };

@@ -75,6 +75,8 @@ bool ApplyScenario(const std::string& text, ForceSensor* sensor, std::string* er
       {"rejected_block", &f.rejectedBlock},
       {"rejections", &f.rejections},
       {"failed_touch_frames", &f.failedTouchFrames},
+      {"fail_every", &f.failEvery},
+      {"silent_after_blocks", &f.silentAfterBlocks},
   };
   const std::map<std::string, bool*> flags = {
       {"writes_fail", &f.writesFail},
@@ -93,6 +95,9 @@ bool ApplyScenario(const std::string& text, ForceSensor* sensor, std::string* er
           *flags.at(key) = number != 0;
         } else if (key == "erased_value" && number >= 0 && number <= 255) {
           f.erasedValue = static_cast<uint8_t>(number);
+        } else if (key == "version_offset" && number >= 0 &&
+                   static_cast<uint32_t>(number) <= ForceSensor::kFlashSize - 4) {
+          sensor->versionOffset = static_cast<uint32_t>(number);
         } else {
           return false;
         }

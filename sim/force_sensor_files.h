@@ -7,7 +7,8 @@
 namespace calder::sim {
 
 // A scenario: "key=value" lines ('#' starts a comment) that set faults and
-// the version, e.g. "open_result=7" or "version=1.0.2.3". False, with the
+// the version, e.g. "open_result=7", "version=1.0.2.3" or "version_offset=16"
+// (the application reports the flash bytes there). False, with the
 // offending line in *error, on an unknown key or a bad value.
 bool ApplyScenario(const std::string& text, ForceSensor* sensor, std::string* error);
 
