@@ -11,6 +11,8 @@ from pathlib import Path
 from calder_e2e import BUILD, WINEPREFIX, Stage, clear_marker, main
 
 HELPER = BUILD / "sim" / "gesture_helper" / "gesture_helper.exe"
+STAND_INS = [BUILD / "sim" / "btl_upgrade" / "btl_upgrade.dll",
+             BUILD / "stand-ins" / "btl_hid_transfer.dll"]
 
 WS_POPUP = 0x80000000
 WS_CAPTION = 0x00C00000
@@ -154,6 +156,42 @@ class ProgressWindowTest(unittest.TestCase):
         for a, e in zip(actual, expected):
             self.assertLessEqual(abs(a - e), tolerance, (actual, expected))
 
+    def test_fill_follows_the_update_in_its_colour(self):
+        if any(not dll.exists() for dll in STAND_INS):
+            self.skipTest("stand-in libraries not built")
+        clear_marker()
+        stage = window_stage("window-fill")
+        for dll in STAND_INS:
+            stage.copy_in(dll)
+        stage.add("TP/tp_fw.bin", bytes(range(256)) * 16)
+        stage.add("Force/1.0.2.3.bin", bytes((i * 7 + 1) % 251 + 1 for i in range(0x4000)))
+        stage.add("force_sensor_scenario.txt", b"version=1.0.2.3\n")
+        shot = stage.dir / "fill.xwd"
+        filled = None
+        proc = subprocess.Popen(["wine", str(stage.exe), "--update"], cwd=stage.dir,
+                                env=wine_env(), stdout=subprocess.DEVNULL,
+                                stderr=subprocess.DEVNULL)
+        try:
+            # The force writer moves the bar from 20 to 80: wait for a third of it.
+            deadline = time.monotonic() + 90
+            while filled is None and proc.poll() is None and time.monotonic() < deadline:
+                if grab_screen(shot).returncode == 0:
+                    pixels = pixel_reader(shot)
+                    if pixels_size(shot) != (1920, 1200):
+                        break
+                    if pixels(792, 579)[2] > 200:
+                        filled = pixels
+                time.sleep(0.3)
+        finally:
+            proc.communicate(timeout=120)
+        if pixels_size(shot) != (1920, 1200):
+            self.skipTest("the pixel checks assume a 1920x1200 screen")
+        self.assertIsNotNone(filled, "the bar never filled to 30 %")
+        self.assertColour(filled(700, 579), (0x34, 0x82, 0xFF))
+        self.assertColour(filled(1240, 579), (0x32, 0x32, 0x32))
+        self.assertEqual(filled(700, 570), (0, 0, 0))
+        self.assertEqual(filled(700, 588), (0, 0, 0))
+
     def test_helper_gone_at_the_end_gets_no_end_message(self):
         stage = window_stage("window-helper-leaves")
         helper = Helper(stage, quit_on_begin=True)
@@ -190,6 +228,10 @@ def grab_screen(path):
     """The X root window as an xwd dump (what the pixel checks read)."""
     return subprocess.run(["xwd", "-root", "-silent", "-display", os.environ.get("DISPLAY", ":0"),
                            "-out", str(path)], capture_output=True)
+
+
+def pixels_size(xwd):
+    return struct.unpack(">25I", Path(xwd).read_bytes()[:100])[4:6]
 
 
 def pixel_reader(xwd):
