@@ -90,6 +90,20 @@ class ProgressWindowTest(unittest.TestCase):
         record = helper.lines()
         self.assertEqual([l for l in record if l in ("begin", "end")], ["begin", "end"])
 
+    def test_version_alone_shows_no_window_and_leaves_the_helper_alone(self):
+        stage = window_stage("window-version-mode")
+        helper = Helper(stage)
+        try:
+            result = stage.run("--version")
+            time.sleep(1.0)  # the helper looks for the window 500 ms after it shows
+        finally:
+            helper.stop()
+        self.assertEqual(result.rc, 1)
+        self.assertIn("compound version:0.0.0.0.0.0.0.0", result.stdout_lines())
+        self.assertNotIn("WM_USER + 1 message send ", result.messages())
+        self.assertNotIn("can not find window", result.messages())
+        self.assertEqual(helper.lines(), [])
+
     def test_window_covers_the_screen_topmost_layered_and_disabled(self):
         clear_marker()
         stage = window_stage("window-shown")
