@@ -132,7 +132,7 @@ bool ForceSensor::NthCallFails() {
 
 void ForceSensor::SettleBoot() {
   // Without a boot hold in time the boot loader hands over to the application.
-  if (mode == Mode::kBooting && clock_.NowMs() - releasedAt_ > kBootWindowMs) StartApplication();
+  if (mode == Mode::kBooting && clock_.NowMs() - releasedAt_ > bootWindowMs) StartApplication();
 }
 
 void ForceSensor::StartApplication() {
@@ -147,7 +147,7 @@ void ForceSensor::HandleSensorPayload(const uint8_t* payload, int length) {
   if (mode == Mode::kHeldInReset) return;
   if (mode == Mode::kBooting) {
     if (length == 2 && payload[0] == 0x01 && payload[1] == 0x01 &&
-        clock_.NowMs() - releasedAt_ <= kBootWindowMs) {
+        clock_.NowMs() - releasedAt_ <= bootWindowMs) {
       mode = Mode::kBootLoader;
       output_.clear();
       ++bootLoaderEntries;

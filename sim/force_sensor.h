@@ -69,6 +69,9 @@ class ForceSensor : public BridgeLibrary {
   // version, so a half-written image shows.
   std::optional<uint32_t> versionOffset;
   Mode mode = Mode::kApplication;
+  // How long after the reset release a boot-hold frame still keeps the boot
+  // loader; a stand-in on a loaded test machine may allow more.
+  uint64_t bootWindowMs = kBootWindowMs;
   std::vector<uint8_t> flash;  // kFlashSize bytes from kFlashBase
 
   // --- what the sensor and bridge saw ---
