@@ -68,6 +68,13 @@ int RunWithProgressWindow(std::function<int()> task) {
   calder::UIMainWindow* window = calder::CreateProgressWindow();
   // Published before the worker starts, so its first post finds the window.
   g_hProgressWnd = window->GetHWND();
+  if (g_hProgressWnd == nullptr) {
+    // Without a window nothing would ever end the message loop: run the
+    // update here, without progress display, rather than hang.
+    LOG(ERROR) << "progress window could not be created";
+    g_bProgressWindowActive = false;
+    return g_task ? g_task() : 0;
+  }
 
   if (g_task) {
     std::packaged_task<int()> packaged(g_task);
