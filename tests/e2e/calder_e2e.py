@@ -5,6 +5,7 @@ import os
 import re
 import shutil
 import subprocess
+import sys
 import time
 import unittest
 from pathlib import Path
@@ -88,6 +89,16 @@ class Stage:
         return target
 
     def run(self, *args, env=None, timeout=180):
+        result = self._run_once(args, env, timeout)
+        if result.log_path is None and not result.stdout.strip():
+            # calder.exe logs before anything else, so a run that left neither a
+            # log file nor output never started: Wine itself failed to launch it.
+            sys.stderr.write(f"wine did not start calder.exe (rc {result.rc}); "
+                             f"retrying once. stderr:\n{result.stderr}\n")
+            result = self._run_once(args, env, timeout)
+        return result
+
+    def _run_once(self, args, env, timeout):
         full_env = dict(os.environ)
         full_env["WINEPREFIX"] = str(WINEPREFIX)
         full_env.setdefault("WINEDEBUG", "-all")
