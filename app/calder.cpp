@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "app/firmware_discovery.h"
-#include "app/log.h"
+#include "base/firmware_discovery.h"
+#include "base/log.h"
 #include "app/logging.h"
 #include "app/power_request_guard.h"
 #include "app/update_phases.h"

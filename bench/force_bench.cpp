@@ -11,7 +11,7 @@
 #include <fstream>
 #include <vector>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "force/force_update.h"
 #include "platform/clock.h"
 #include "platform/environment.h"

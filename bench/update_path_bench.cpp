@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "app/calder.h"
-#include "app/log.h"
+#include "base/log.h"
 #include "app/update_phases.h"
 #include "platform/clock.h"
 #include "platform/environment.h"

@@ -1,6 +1,6 @@
 #include "bios/wmi_bios_tp_rst.h"
 
-#include "app/log.h"
+#include "base/log.h"
 #include "platform/environment.h"
 #include "platform/wmi_connector.h"
 

@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "app/firmware_discovery.h"
-#include "app/log.h"
+#include "base/firmware_discovery.h"
+#include "base/log.h"
 #include "force/iic_write_read.h"
 #include "force/read_firmware_content.h"
 #include "force/update_fw.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "force/boot_loader_packets.h"
 #include "force/connect_exchange.h"
 #include "force/iic_write_read.h"

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <string>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "platform/environment.h"
 #include "platform/progress.h"
 #include "platform/upgrade_library.h"

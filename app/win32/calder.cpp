@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "app/calder.h"
-#include "app/log.h"
+#include "base/log.h"
 #include "app/logging.h"
 #include "platform/win32/progress_globals.h"
 #include "platform/win32/win32_seams.h"

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "app/firmware_discovery.h"
+#include "base/firmware_discovery.h"
 #include "tests/support/fake_system.h"
 
 namespace calder {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "app/log.h"
+#include "base/log.h"
 #include "app/logging.h"
 #include "tests/support/fake_system.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <mutex>
 
-#include "app/log.h"
+#include "base/log.h"
 
 namespace calder::test {
 namespace {

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "app/calder.h"
-#include "app/firmware_discovery.h"
-#include "app/log.h"
+#include "base/firmware_discovery.h"
+#include "base/log.h"
 #include "app/logging.h"
 #include "app/power_request_guard.h"
 #include "platform/environment.h"

@@ -1,4 +1,4 @@
-#include "app/firmware_discovery.h"
+#include "base/firmware_discovery.h"
 
 #include "platform/environment.h"
 #include "platform/file_system.h"

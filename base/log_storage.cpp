@@ -1,5 +1,5 @@
 // The logging library's shared storage, created once during static
 // initialisation before WinMain runs.
-#include "app/log.h"
+#include "base/log.h"
 
 INITIALIZE_EASYLOGGINGPP
