@@ -93,8 +93,8 @@ class ProgressWindowTest(unittest.TestCase):
         thread, outcome = run_in_background(stage, "--update")
         shown = filled = None
         while thread.is_alive() and filled is None:
-            if helper.sighting() is not None and grab_screen(stage.dir / "shot.xwd"):
-                pixels = pixel_reader(stage.dir / "shot.xwd")
+            pixels = helper.sighting() and screenshot(stage.dir / "shot.xwd")
+            if pixels:
                 shown = shown or pixels
                 # The force writer moves the bar from 20 to 80: wait for a third.
                 filled = pixels if pixels(792, 579)[2] > 200 else None
@@ -134,14 +134,12 @@ def count(pixels, xs, ys, wanted):
     return sum(1 for x in xs for y in ys if wanted(pixels(x, y)))
 
 
-def grab_screen(path):
-    """The X root window as an xwd dump; whether it worked."""
-    return subprocess.run(["xwd", "-root", "-silent", "-display", os.environ.get("DISPLAY", ":0"),
-                           "-out", str(path)], capture_output=True).returncode == 0
-
-
-def pixel_reader(xwd):
-    """(x, y) -> (r, g, b) from a 24/32-bit TrueColor xwd dump."""
+def screenshot(xwd):
+    """(x, y) -> (r, g, b) of the X root window, dumped by xwd (24/32-bit
+    TrueColor), or None if the dump failed."""
+    if subprocess.run(["xwd", "-root", "-silent", "-display", os.environ.get("DISPLAY", ":0"),
+                       "-out", str(xwd)], capture_output=True).returncode != 0:
+        return None
     data = Path(xwd).read_bytes()
     fields = struct.unpack(">25I", data[:100])
     header_size, byte_order, bits_per_pixel, bytes_per_line = (

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "bios/win32/wmi_com_connector.h"
@@ -30,8 +31,8 @@ std::string Text(const wchar_t* s) { return s == nullptr ? "null" : std::string(
 std::string Text(const void* p) { return p == nullptr ? "null" : "set"; }
 std::string Text(const char* s) { return s; }
 std::string Text(const std::string& s) { return s; }
-std::string Text(long n) { return std::to_string(n); }
-std::string Text(unsigned long n) { return std::to_string(n); }
+template <typename Number, typename = std::enable_if_t<std::is_integral_v<Number>>>
+std::string Text(Number n) { return std::to_string(n); }
 
 template <typename... Args>
 void Record(const char* call, Args... args) {
