@@ -52,33 +52,49 @@ def window_stage(name):
     return stage
 
 
-def run_in_background(stage, *args):
-    outcome = {}
-    thread = threading.Thread(target=lambda: outcome.update(result=stage.run(*args)))
-    thread.start()
-    return thread, outcome
+class Background(threading.Thread):
+    """stage.run in a thread; finish() gives its result or raises its error."""
+
+    def __init__(self, stage, *args):
+        super().__init__(target=lambda: self.__dict__.update(outcome=self.attempt(stage, args)))
+        self.start()
+
+    def attempt(self, stage, args):
+        try:
+            return stage.run(*args)
+        except Exception as error:  # raised again on the test's thread
+            return error
+
+    def finish(self):
+        self.join()
+        if isinstance(self.outcome, Exception):
+            raise self.outcome
+        return self.outcome
 
 
 class ProgressWindowTest(unittest.TestCase):
     def test_helper_gets_begin_and_end_only_if_it_was_there_and_stays(self):
-        # helper: "present", "leaves" (quits on begin) or "late" (starts after the run).
+        # helper: "present", "leaves" (quits on begin) or "late" (starts after
+        # the run, which lasts beyond the reset's pause without a library).
         for helper_case, record, logged in [
                 ("present", ["begin", "end"], ["WM_USER + 1 message send ",
                                                "WM_USER + 2 message send "]),
                 ("leaves", ["begin"], ["WM_USER + 1 message send "]),
                 ("late", [], ["can not find window"])]:
             with self.subTest(helper=helper_case):
+                clear_marker()
                 stage = window_stage("window-helper-" + helper_case)
+                stage.add("TP/tp.bin", b"\x01\x02")
                 helper = None if helper_case == "late" else Helper(stage, helper_case == "leaves")
-                thread, outcome = run_in_background(stage)
+                run = Background(stage, "--update")
                 if helper is None:
                     time.sleep(1.5)
                     helper = Helper(stage)
-                thread.join()
+                result = run.finish()
                 helper.stop()
-                self.assertEqual(outcome["result"].rc, 0)
+                self.assertEqual(result.rc, 1)
                 self.assertEqual([l for l in helper.lines() if l in ("begin", "end")], record)
-                sent = [m for m in outcome["result"].messages() if m.startswith(("WM_", "can"))]
+                sent = [m for m in result.messages() if m.startswith(("WM_", "can"))]
                 self.assertEqual(sent, logged)
 
     def test_window_covers_the_screen_and_the_update_fills_its_bar(self):
@@ -90,18 +106,18 @@ class ProgressWindowTest(unittest.TestCase):
         stage.add("Force/1.0.2.3.bin", bytes((i * 7 + 1) % 251 + 1 for i in range(0x4000)))
         stage.add("force_sensor_scenario.txt", b"version=1.0.2.3\n")
         helper = Helper(stage)
-        thread, outcome = run_in_background(stage, "--update")
+        run = Background(stage, "--update")
         shown = filled = None
-        while thread.is_alive() and filled is None:
+        while run.is_alive() and filled is None:
             pixels = helper.sighting() and screenshot(stage.dir / "shot.xwd")
             if pixels:
                 shown = shown or pixels
                 # The force writer moves the bar from 20 to 80: wait for a third.
                 filled = pixels if pixels(792, 579)[2] > 200 else None
             time.sleep(0.3)
-        thread.join()
+        result = run.finish()
         helper.stop()
-        self.assertEqual(outcome["result"].rc, 0)
+        self.assertEqual(result.rc, 0)
 
         seen = helper.sighting()
         style, exstyle = int(seen["style"], 16), int(seen["exstyle"], 16)
