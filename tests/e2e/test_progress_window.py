@@ -5,13 +5,15 @@ update fills its bar."""
 import os
 import struct
 import subprocess
-import threading
 import time
 import unittest
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 from calder_e2e import BUILD, Stage, clear_marker, main
 
+# stage.run beside the test; result() gives its result or raises its error.
+BACKGROUND = ThreadPoolExecutor(max_workers=1)
 HELPER = BUILD / "sim" / "gesture_helper" / "gesture_helper.exe"
 STAND_INS = [BUILD / "sim" / "btl_upgrade" / "btl_upgrade.dll",
              BUILD / "stand-ins" / "btl_hid_transfer.dll"]
@@ -52,26 +54,6 @@ def window_stage(name):
     return stage
 
 
-class Background(threading.Thread):
-    """stage.run in a thread; finish() gives its result or raises its error."""
-
-    def __init__(self, stage, *args):
-        super().__init__(target=lambda: self.__dict__.update(outcome=self.attempt(stage, args)))
-        self.start()
-
-    def attempt(self, stage, args):
-        try:
-            return stage.run(*args)
-        except Exception as error:  # raised again on the test's thread
-            return error
-
-    def finish(self):
-        self.join()
-        if isinstance(self.outcome, Exception):
-            raise self.outcome
-        return self.outcome
-
-
 class ProgressWindowTest(unittest.TestCase):
     def test_helper_gets_begin_and_end_only_if_it_was_there_and_stays(self):
         # helper: "present", "leaves" (quits on begin) or "late" (starts after
@@ -86,11 +68,11 @@ class ProgressWindowTest(unittest.TestCase):
                 stage = window_stage("window-helper-" + helper_case)
                 stage.add("TP/tp.bin", b"\x01\x02")
                 helper = None if helper_case == "late" else Helper(stage, helper_case == "leaves")
-                run = Background(stage, "--update")
+                run = BACKGROUND.submit(stage.run, "--update")
                 if helper is None:
                     time.sleep(1.5)
                     helper = Helper(stage)
-                result = run.finish()
+                result = run.result()
                 helper.stop()
                 self.assertEqual(result.rc, 1)
                 self.assertEqual([l for l in helper.lines() if l in ("begin", "end")], record)
@@ -106,16 +88,16 @@ class ProgressWindowTest(unittest.TestCase):
         stage.add("Force/1.0.2.3.bin", bytes((i * 7 + 1) % 251 + 1 for i in range(0x4000)))
         stage.add("force_sensor_scenario.txt", b"version=1.0.2.3\n")
         helper = Helper(stage)
-        run = Background(stage, "--update")
+        run = BACKGROUND.submit(stage.run, "--update")
         shown = filled = None
-        while run.is_alive() and filled is None:
+        while not run.done() and filled is None:
             pixels = helper.sighting() and screenshot(stage.dir / "shot.xwd")
             if pixels:
                 shown = shown or pixels
                 # The force writer moves the bar from 20 to 80: wait for a third.
                 filled = pixels if pixels(792, 579)[2] > 200 else None
             time.sleep(0.3)
-        result = run.finish()
+        result = run.result()
         helper.stop()
         self.assertEqual(result.rc, 0)
 
