@@ -15,6 +15,7 @@
 #include "platform/clock.h"
 #include "sim/force_sensor.h"
 #include "sim/force_sensor_files.h"
+#include "sim/stand_in_violations.h"
 
 namespace {
 
@@ -135,6 +136,7 @@ int Saved(Call call) {
   StandIn& s = Sim();
   const int result = call(s.sensor());
   s.Save();
+  calder::sim::ReportViolations("btl_hid_transfer");
   return result;
 }
 

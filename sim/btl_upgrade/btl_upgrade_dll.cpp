@@ -6,6 +6,7 @@
 //   BTL_SIM_CHECKSUM_MODE "low16" (default) or "full32"
 //   BTL_SIM_FLASH        a file whose content the controller already holds
 //   BTL_SIM_RECORD       a file to which every call is appended, one a line
+//   CALDER_SIM_VIOLATIONS  a file for the protocol violations the model records
 
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +15,7 @@
 #include <optional>
 #include <string>
 
+#include "sim/stand_in_violations.h"
 #include "sim/touchpad_controller.h"
 
 using calder::btl_upgrade_config;
@@ -48,7 +50,10 @@ TouchpadController& Chip() {
   return chip;
 }
 
+// Every entry point records its call last, so the model's violations go out
+// with it.
 void Record(const std::string& line) {
+  calder::sim::ReportViolations("btl_upgrade");
   const char* path = std::getenv("BTL_SIM_RECORD");
   if (path == nullptr || path[0] == '\0') return;
   if (std::FILE* f = std::fopen(path, "ab")) {

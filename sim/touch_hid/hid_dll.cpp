@@ -8,6 +8,7 @@ extern "C" {
 #include <string>
 #include <vector>
 
+#include "sim/stand_in_violations.h"
 #include "sim/touch_hid/standin_device.h"
 
 namespace {
@@ -57,15 +58,19 @@ BOOLEAN NTAPI HidD_GetAttributes(HANDLE handle, PHIDD_ATTRIBUTES attributes) {
 BOOLEAN NTAPI HidD_SetOutputReport(HANDLE handle, PVOID report, ULONG size) {
   TouchDevice& device = StandInDevice();
   const size_t before = device.sent.size();
-  if (!device.Receive(InterfaceName(handle), static_cast<const uint8_t*>(report), size)) {
-    return FALSE;
-  }
+  const bool accepted =
+      device.Receive(InterfaceName(handle), static_cast<const uint8_t*>(report), size);
+  calder::sim::ReportViolations("hid");
+  if (!accepted) return FALSE;
   if (device.sent.size() > before) RecordFrame(device.sent.back());
   return TRUE;
 }
 
 BOOLEAN NTAPI HidD_GetInputReport(HANDLE handle, PVOID report, ULONG size) {
-  return StandInDevice().Answer(InterfaceName(handle), static_cast<uint8_t*>(report), size);
+  const bool answered =
+      StandInDevice().Answer(InterfaceName(handle), static_cast<uint8_t*>(report), size);
+  calder::sim::ReportViolations("hid");
+  return answered;
 }
 
 }  // extern "C"

@@ -88,14 +88,18 @@ class Stage:
         shutil.copy2(source, target)
         return target
 
-    def run(self, *args, env=None, timeout=180):
+    def run(self, *args, env=None, timeout=180, violations_expected=False):
+        """Runs calder.exe here; fails on a protocol violation the stand-ins
+        recorded unless the caller expects one (and reads result.violations)."""
         result = self._run_once(args, env, timeout)
         if result.log_path is None and not result.stdout.strip():
             # calder.exe logs before anything else, so a run that left neither a
             # log file nor output never started: Wine itself failed to launch it.
-            sys.stderr.write(f"wine did not start calder.exe (rc {result.rc}); "
-                             f"retrying once. stderr:\n{result.stderr}\n")
+            print(f"wine did not start {self.exe.name} (rc {result.rc}); retrying once",
+                  flush=True)
+            sys.stderr.write(f"wine's stderr:\n{result.stderr}\n")
             result = self._run_once(args, env, timeout)
+        check_violations(result, violations_expected)
         return result
 
     def _run_once(self, args, env, timeout):
@@ -104,6 +108,7 @@ class Stage:
         full_env.setdefault("WINEDEBUG", "-all")
         full_env.setdefault("WINEDLLOVERRIDES", "mscoree,mshtml=")
         full_env.update(env or {})
+        violations = violations_file(self, full_env)
         before = set(LOG_DIR.glob("Calder_*.log")) if LOG_DIR.exists() else set()
         start = time.monotonic()
         proc = subprocess.run(["wine", str(self.exe), *args], cwd=self.dir, env=full_env,
@@ -112,8 +117,26 @@ class Stage:
         after = set(LOG_DIR.glob("Calder_*.log")) if LOG_DIR.exists() else set()
         new = sorted(after - before)
         log_path = new[-1] if new else None
-        return Result(proc.returncode, proc.stdout.decode(errors="replace"),
-                      proc.stderr.decode(errors="replace"), log_path, elapsed)
+        result = Result(proc.returncode, proc.stdout.decode(errors="replace"),
+                        proc.stderr.decode(errors="replace"), log_path, elapsed)
+        result.violations = violations.read_text().splitlines() if violations.exists() else []
+        return result
+
+
+def violations_file(stage, env):
+    """A fresh file, named to the stand-ins through env, for the protocol
+    violations their models record during one run."""
+    path = stage.dir / "protocol_violations.txt"
+    if path.exists():
+        path.unlink()
+    env["CALDER_SIM_VIOLATIONS"] = windows_path(path)
+    return path
+
+
+def check_violations(result, expected):
+    if result.violations and not expected:
+        raise AssertionError("the stand-ins recorded protocol violations:\n"
+                             + "\n".join(result.violations))
 
 
 def marker_text():

@@ -1,59 +1,68 @@
-"""The driver routine end to end: logging, dispatch, the run marker and the
-update sequence's order with phases that have nothing to talk to."""
+"""The real calder.exe wired to its surroundings: one full --update through
+the stand-in vendor libraries, the log file it names and fills, and the run
+marker it clears."""
 
-import re
 import unittest
 
-from calder_e2e import LOG_DIR, Stage, clear_marker, main, marker_text, windows_path
+from calder_e2e import BUILD, LOG_DIR, Stage, clear_marker, main, marker_text, windows_path
+
+UPGRADE_DLL = BUILD / "sim" / "btl_upgrade" / "btl_upgrade.dll"
+BRIDGE_DLL = BUILD / "stand-ins" / "btl_hid_transfer.dll"
+TP_FIRMWARE = b"\xff" * 0x102 + b"\x05"
+# The simulated application reports the version stored at image offset 16.
+IMAGE = bytes((i * 7 + 1) % 251 + 1 for i in range(16)) + bytes([1, 0, 2, 3]) + bytes(
+    (i * 7 + 1) % 251 + 1 for i in range(20, 320))
 
 
-class DriverTest(unittest.TestCase):
-    def test_no_argument_logs_the_version_and_finishes_with_zero(self):
-        result = Stage("no-argument").run()
-        self.assertEqual(result.rc, 0)
-        self.assertIsNotNone(result.log_path, "no log file was written")
-        self.assertRegex(result.log_path.name, r"^Calder_\d{4}-\d{2}-\d{2}_\d{6}_\d+\.log$")
+def tagged(image):
+    header = bytearray(b"\x5a" * 72)
+    header[24:30] = b"AW8680"
+    return bytes(header) + image
+
+
+class FullUpdateTest(unittest.TestCase):
+    def test_full_update_succeeds_logs_to_its_own_file_and_clears_the_marker(self):
+        clear_marker()
+        stage = Stage("full-update")
+        stage.copy_in(UPGRADE_DLL)
+        stage.copy_in(BRIDGE_DLL)
+        tp_file = stage.add("TP/tp_fw.bin", TP_FIRMWARE)
+        stage.add("Force/1.0.2.3.bin", tagged(IMAGE))
+        stage.add("force_sensor_scenario.txt", b"version_offset=16\n")
+        record = stage.dir / "btl_record.txt"
+        result = stage.run("--update", env={"BTL_SIM_RECORD": windows_path(record)})
+
+        self.assertEqual(result.rc, 0, result.lines())
+        self.assertIsNone(marker_text())
+        # Both libraries were bound from the program's folder and driven.
+        self.assertIn("btl_upgrade_from_file " + windows_path(tp_file) + " -> 0",
+                      record.read_text().splitlines())
+        flash = (stage.dir / "force_sensor_flash.bin").read_bytes()
+        self.assertEqual(flash[:len(IMAGE)], IMAGE)
+        self.assertIn("mode=application\n", (stage.dir / "force_sensor_state.txt").read_text())
+
+        # Calder_YYYY-MM-DD_hhmmss_<pid>.log in the service's log folder.
         self.assertEqual(result.log_path.parent, LOG_DIR)
+        self.assertRegex(result.log_path.name, r"^Calder_\d{4}-\d{2}-\d{2}_\d{6}_\d+\.log$")
         self.assertEqual(result.lines()[0], "INFO calder.cpp: Current version: 20260422-01")
-        self.assertEqual(result.lines()[-2:], [
-            "INFO calder.cpp: finish---------------------------------------",
-            "INFO calder.cpp: main returned: 0"])
-        # Every log line also reaches standard output, in the same format.
+        self.assertIn("INFO tp_update.cpp: Upgrading from:" + windows_path(tp_file),
+                      result.lines())
+        self.assertEqual(result.lines()[-2:], ["INFO calder.cpp: force update success",
+                                               "INFO calder.cpp: main returned: 0"])
+        # Every line of the file, written with Windows line ends, also reaches
+        # standard output in the same format.
+        raw = result.log_path.read_bytes()
+        self.assertEqual(raw.count(b"\r\n"), raw.count(b"\n"))
+        self.assertEqual(len(result.log), raw.count(b"\n"))
+        out = result.stdout_lines()
         for entry in result.log:
             self.assertTrue(any(line.endswith(f"{entry.file} {entry.line}: {entry.message}")
-                                for line in result.stdout_lines()), entry)
+                                for line in out), entry)
 
     def test_each_run_writes_a_log_file_of_its_own(self):
         stage = Stage("two-runs")
-        first = stage.run()
-        second = stage.run()
-        self.assertIsNotNone(first.log_path)
-        self.assertIsNotNone(second.log_path)
+        first, second = stage.run("--UPDATE"), stage.run("--UPDATE")
         self.assertNotEqual(first.log_path, second.log_path)
-
-    def test_unknown_or_wrong_case_command_is_refused(self):
-        stage = Stage("refused")
-        for argument in ["--UPDATE", "bogus"]:
-            result = stage.run(argument)
-            self.assertEqual(result.rc, 1, argument)
-            self.assertIn("INFO calder.cpp: invalid input", result.lines())
-            self.assertNotIn("finish---------------------------------------", result.messages())
-
-    def test_update_without_a_touchpad_library_fails_and_leaves_the_marker(self):
-        clear_marker()
-        stage = Stage("update-no-devices")
-        stage.add("TP/tp.bin", b"\x01\x02")
-        result = stage.run("--update", "ignored")
-        self.assertEqual(result.rc, 1)
-        messages = result.messages()
-        order = ["---start tp update---", "WMIBiosTPReset failed", "tp update failed"]
-        positions = [messages.index(m) for m in order]
-        self.assertEqual(positions, sorted(positions), messages)
-        self.assertNotIn("---start force update---", messages)
-        self.assertEqual(result.log[messages.index("tp update failed")].level, "ERROR")
-        self.assertEqual(marker_text(), windows_path(stage.exe))
-        # The reset is followed by a 3000 ms pause before the touchpad phase.
-        self.assertGreaterEqual(result.elapsed, 3.0)
 
 
 if __name__ == "__main__":
