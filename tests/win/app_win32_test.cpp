@@ -6,11 +6,11 @@
 #include <iterator>
 #include <string>
 
-#include "app/calder.h"
+#include "driver/calder.h"
 #include "base/firmware_discovery.h"
 #include "base/log.h"
-#include "app/logging.h"
-#include "app/power_request_guard.h"
+#include "driver/logging.h"
+#include "driver/power_request_guard.h"
 #include "platform/environment.h"
 #include "platform/win32/progress_globals.h"
 #include "platform/win32/win32_seams.h"
