@@ -8,6 +8,7 @@ namespace {
 
 std::vector<std::string> g_lines;
 bool g_recording = false;
+el::Configurations g_saved;  // the logger's settings before recording
 constexpr char kDispatchId[] = "calder-check-recorder";
 
 std::string BaseName(const std::string& path) {
@@ -39,6 +40,7 @@ void Configure(bool enabled) {
 void SilenceProgramLog() { Configure(false); }
 
 LogRecorder::LogRecorder() {
+  g_saved = *el::Loggers::getLogger("default", true)->configurations();
   el::Helpers::installLogDispatchCallback<Dispatch>(kDispatchId);
   g_lines.clear();
   g_recording = true;
@@ -47,7 +49,7 @@ LogRecorder::LogRecorder() {
 
 LogRecorder::~LogRecorder() {
   g_recording = false;
-  Configure(false);
+  el::Loggers::reconfigureLogger(el::Loggers::getLogger("default", true), g_saved);
 }
 
 std::vector<std::string> LogRecorder::Lines() const { return g_lines; }

@@ -11,6 +11,7 @@ void SilenceProgramLog();
 
 // While it lives, the default logger's lines are kept, each as the program's
 // log would show it without the timestamp: "LEVEL file line: message".
+// The logger's own settings come back afterwards.
 class LogRecorder {
  public:
   LogRecorder();
