@@ -14,9 +14,9 @@
 #include <string>
 #include <vector>
 
-#include "app/calder.h"
+#include "driver/calder.h"
 #include "base/log.h"
-#include "app/update_phases.h"
+#include "driver/update_phases.h"
 #include "platform/clock.h"
 #include "platform/environment.h"
 #include "platform/file_system.h"

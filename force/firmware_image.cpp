@@ -17,16 +17,16 @@ constexpr long kPadding = 64;
 // Anything larger cannot fit in either form; refused before reading.
 constexpr long kLargestUsefulFile = kImageBufferSize + kTaggedHeaderLength;
 
-bool IsTagged(const std::vector<uint8_t>& file) {
-  return static_cast<long>(file.size()) >= kTagOffset + kTagLength &&
-         std::memcmp(file.data() + kTagOffset, kTag, kTagLength) == 0;
-}
-
 struct FileCloser {
   void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
 }  // namespace
+
+bool IsTaggedFirmwareFile(const std::vector<uint8_t>& file) {
+  return static_cast<long>(file.size()) >= kTagOffset + kTagLength &&
+         std::memcmp(file.data() + kTagOffset, kTag, kTagLength) == 0;
+}
 
 FirmwareImage& WriterImage() {
   static FirmwareImage image;
@@ -52,7 +52,7 @@ ErrType LoadFirmwareImage(const std::string& path, FirmwareImage* image) {
   // A short read keeps the zeros it did not fill.
   if (fileSize > 0) (void)std::fread(content.data(), 1, content.size(), raw);
 
-  if (IsTagged(content)) {
+  if (IsTaggedFirmwareFile(content)) {
     const long size = fileSize - kTaggedHeaderLength;
     if (size < 0 || size > kImageBufferSize) return ErrImageSize;
     if (size > 0) {

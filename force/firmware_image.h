@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace calder {
 
@@ -25,6 +26,9 @@ struct FirmwareImage {
 // The writer's and the reader's own process-wide images.
 FirmwareImage& WriterImage();
 FirmwareImage& ReaderImage();
+
+// True when the file's content is the tagged form; anything else is raw.
+bool IsTaggedFirmwareFile(const std::vector<uint8_t>& file);
 
 // Loads a raw or "AW8680"-tagged file. On any error the image is unchanged.
 ErrType LoadFirmwareImage(const std::string& path, FirmwareImage* image);

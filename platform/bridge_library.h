@@ -23,6 +23,14 @@ class BridgeLibrary {
   virtual std::string UnavailableReason() { return ""; }
 };
 
+// The library's file and the entry points bound from it, in binding order.
+inline constexpr wchar_t kBridgeLibraryFile[] = L"btl_hid_transfer.dll";
+enum BridgeEntryPoint { kInitDriver, kOpenDevice, kWriteData, kReadData, kCloseDevice,
+                        kUninstallDriver };
+inline constexpr const char* kBridgeLibraryEntryPoints[] = {
+    "btl_init_driver_7853", "btl_open_device",  "btl_write_data",
+    "btl_read_data",        "btl_close_device", "btl_uninstall_driver"};
+
 // Result of every call of a library that could not be bound.
 constexpr int kBridgeUnavailable = -1;
 

@@ -12,6 +12,14 @@ struct btl_upgrade_config;
 constexpr int32_t kUpgradeLibraryNotFound = 126;    // ERROR_MOD_NOT_FOUND
 constexpr int32_t kUpgradeEntryPointNotFound = 127;  // ERROR_PROC_NOT_FOUND
 
+// The library's file and the entry points bound from it, in binding order.
+inline constexpr wchar_t kUpgradeLibraryFile[] = L"btl_upgrade.dll";
+enum UpgradeEntryPoint { kUpgradeInit, kUpgradeFromFile, kGetChecksum, kGetFirmwareVersion,
+                         kGetChipId, kCheckNeedUpgrade, kUpgradeDeinit };
+inline constexpr const char* kUpgradeLibraryEntryPoints[] = {
+    "btl_upgrade_init", "btl_upgrade_from_file", "btl_get_checksum", "btl_get_firmware_version",
+    "btl_get_chip_id",  "btl_check_need_upgrade", "btl_upgrade_deinit"};
+
 // The seven entry points of the vendor's touchpad upgrade library, called in
 // the library's order: Init, then (only if it returned 0) any queries, then
 // Deinit. Results are the library's own: 0 success, anything else an error.

@@ -8,9 +8,9 @@
 #include <string>
 #include <thread>
 
-#include "app/calder.h"
+#include "driver/calder.h"
 #include "base/log.h"
-#include "app/logging.h"
+#include "driver/logging.h"
 #include "platform/win32/progress_globals.h"
 #include "platform/win32/win32_seams.h"
 #include "ui/skin/paint_manager.h"

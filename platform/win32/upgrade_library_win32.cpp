@@ -38,13 +38,13 @@ int32_t Win32UpgradeLibrary::Bind() {
   auto need = [&](const char* name, auto* slot) {
     if (missing == nullptr && !Resolve(module_, name, slot)) missing = name;
   };
-  need("btl_upgrade_init", &table.init);
-  need("btl_upgrade_from_file", &table.upgradeFromFile);
-  need("btl_get_checksum", &table.getChecksum);
-  need("btl_get_firmware_version", &table.getFirmwareVersion);
-  need("btl_get_chip_id", &table.getChipId);
-  need("btl_check_need_upgrade", &table.checkNeedUpgrade);
-  need("btl_upgrade_deinit", &table.deinit);
+  need(kUpgradeLibraryEntryPoints[kUpgradeInit], &table.init);
+  need(kUpgradeLibraryEntryPoints[kUpgradeFromFile], &table.upgradeFromFile);
+  need(kUpgradeLibraryEntryPoints[kGetChecksum], &table.getChecksum);
+  need(kUpgradeLibraryEntryPoints[kGetFirmwareVersion], &table.getFirmwareVersion);
+  need(kUpgradeLibraryEntryPoints[kGetChipId], &table.getChipId);
+  need(kUpgradeLibraryEntryPoints[kCheckNeedUpgrade], &table.checkNeedUpgrade);
+  need(kUpgradeLibraryEntryPoints[kUpgradeDeinit], &table.deinit);
   if (missing != nullptr) {
     bindError_ = Narrow(dllName_) + " has no entry point " + missing;
     bindResult_ = kUpgradeEntryPointNotFound;

@@ -13,7 +13,7 @@ namespace calder {
 // kUpgradeEntryPointNotFound and BindError() says why; Deinit does nothing.
 class Win32UpgradeLibrary : public UpgradeLibrary {
  public:
-  explicit Win32UpgradeLibrary(const wchar_t* dllName = L"btl_upgrade.dll");
+  explicit Win32UpgradeLibrary(const wchar_t* dllName = kUpgradeLibraryFile);
   ~Win32UpgradeLibrary() override;
 
   int32_t Init(btl_upgrade_config* config) override;

@@ -50,12 +50,12 @@ const Win32BridgeLibrary::Table* Win32BridgeLibrary::Bound() {
   }
   Table table;
   std::string missing;
-  Bind(module, "btl_init_driver_7853", &table.init_driver_7853, &missing);
-  Bind(module, "btl_open_device", &table.open_device, &missing);
-  Bind(module, "btl_write_data", &table.write_data, &missing);
-  Bind(module, "btl_read_data", &table.read_data, &missing);
-  Bind(module, "btl_close_device", &table.close_device, &missing);
-  Bind(module, "btl_uninstall_driver", &table.uninstall_driver, &missing);
+  Bind(module, kBridgeLibraryEntryPoints[kInitDriver], &table.init_driver_7853, &missing);
+  Bind(module, kBridgeLibraryEntryPoints[kOpenDevice], &table.open_device, &missing);
+  Bind(module, kBridgeLibraryEntryPoints[kWriteData], &table.write_data, &missing);
+  Bind(module, kBridgeLibraryEntryPoints[kReadData], &table.read_data, &missing);
+  Bind(module, kBridgeLibraryEntryPoints[kCloseDevice], &table.close_device, &missing);
+  Bind(module, kBridgeLibraryEntryPoints[kUninstallDriver], &table.uninstall_driver, &missing);
   if (!missing.empty()) {
     reason_ = Narrow(dllName_) + " has no entry point " + missing;
     FreeLibrary(module);

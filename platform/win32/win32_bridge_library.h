@@ -11,7 +11,7 @@ namespace calder {
 class Win32BridgeLibrary : public BridgeLibrary {
  public:
   // Tests point it at another file; the program uses the vendor's name.
-  explicit Win32BridgeLibrary(std::wstring dllName = L"btl_hid_transfer.dll");
+  explicit Win32BridgeLibrary(std::wstring dllName = kBridgeLibraryFile);
   ~Win32BridgeLibrary() override;
   Win32BridgeLibrary(const Win32BridgeLibrary&) = delete;
   Win32BridgeLibrary& operator=(const Win32BridgeLibrary&) = delete;

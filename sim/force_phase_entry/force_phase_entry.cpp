@@ -1,7 +1,7 @@
 // Runs UpgradeForceFW as calder.exe would after a successful touchpad phase:
 // exit code 0 when it returned true, else 1.
 #include "base/log.h"
-#include "app/logging.h"
+#include "driver/logging.h"
 #include "force/force_update.h"
 #include "platform/win32/win32_seams.h"
 

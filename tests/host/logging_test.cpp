@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "base/log.h"
-#include "app/logging.h"
+#include "driver/logging.h"
 #include "tests/support/fake_system.h"
 
 namespace calder {

@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "app/calder.h"
-#include "app/update_phases.h"
+#include "driver/calder.h"
+#include "driver/update_phases.h"
 #include "platform/clock.h"
 #include "tests/support/fake_system.h"
 #include "tests/support/log_capture.h"

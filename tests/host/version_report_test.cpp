@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "app/calder.h"
+#include "driver/calder.h"
 #include "platform/environment.h"
 #include "sim/touch_device.h"
 #include "tests/support/log_capture.h"

@@ -1,4 +1,4 @@
-#include "app/power_request_guard.h"
+#include "driver/power_request_guard.h"
 
 #include "platform/environment.h"
 

@@ -1,4 +1,4 @@
-#include "app/calder.h"
+#include "driver/calder.h"
 
 #include <iostream>
 #include <memory>
@@ -7,9 +7,9 @@
 
 #include "base/firmware_discovery.h"
 #include "base/log.h"
-#include "app/logging.h"
-#include "app/power_request_guard.h"
-#include "app/update_phases.h"
+#include "driver/logging.h"
+#include "driver/power_request_guard.h"
+#include "driver/update_phases.h"
 #include "bios/wmi_bios_tp_rst.h"
 #include "force/force_update.h"
 #include "hid/read_fw.h"

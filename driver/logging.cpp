@@ -1,4 +1,4 @@
-#include "app/logging.h"
+#include "driver/logging.h"
 
 #include <cstdio>
 #include <cstring>

@@ -1,0 +1,223 @@
+#include "check/package_checker.h"
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <system_error>
+#include <utility>
+
+#include "base/firmware_discovery.h"
+#include "check/animation_check.h"
+#include "check/force_image_plan.h"
+#include "check/package_machine.h"
+#include "check/pe_reader.h"
+#include "platform/bridge_library.h"
+#include "platform/environment.h"
+#include "platform/upgrade_library.h"
+#include "touchpad/file_byte_sum.h"
+
+namespace calder::check {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const char kProgramFile[] = "calder.exe";
+const char kAnimationFile[] = "loading_dark.json";
+// Any folder the program's paths are built under; mapped to the package.
+const char kModuleDir[] = "C:\\package";
+
+struct VendorLibrary {
+  const wchar_t* file;
+  const char* const* entryPoints;
+  size_t entryCount;
+};
+
+const VendorLibrary kVendorLibraries[] = {
+    {kUpgradeLibraryFile, kUpgradeLibraryEntryPoints, std::size(kUpgradeLibraryEntryPoints)},
+    {kBridgeLibraryFile, kBridgeLibraryEntryPoints, std::size(kBridgeLibraryEntryPoints)},
+};
+
+std::string Narrow(const wchar_t* text) {
+  std::string out;
+  for (; *text != 0; ++text) out += static_cast<char>(*text);
+  return out;
+}
+
+std::string FolderName(const char* programFolder) { return std::string(programFolder).substr(1); }
+
+std::vector<uint8_t> ReadAll(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// Windows finds a file whatever the case of its name.
+fs::path FindInPackage(const fs::path& dir, const std::string& name) {
+  std::error_code error;
+  for (fs::directory_iterator it(dir, error), end; !error && it != end; it.increment(error)) {
+    const std::string entry = it->path().filename().string();
+    if (SameNameIgnoringCase(entry, name)) return it->path();
+  }
+  return fs::path();
+}
+
+class Checker {
+ public:
+  explicit Checker(fs::path dir)
+      : dir_(std::move(dir)), machine_(dir_, kModuleDir), env_(MachineEnvironment()),
+        scope_(env_) {}
+
+  PackageReport Run() {
+    CheckProgram();
+    for (const VendorLibrary& library : kVendorLibraries) CheckLibrary(library);
+    CheckTouchpad();
+    CheckForce();
+    const std::string animation = AnimationProblem(FindInPackage(dir_, kAnimationFile));
+    if (!animation.empty()) {
+      Warn("animation-unusable", kAnimationFile, std::string(kAnimationFile) + " " + animation);
+    }
+    report_.prediction = PredictUpdate(dir_);
+    return std::move(report_);
+  }
+
+ private:
+  Environment MachineEnvironment() {
+    Environment env;
+    env.files = &machine_;
+    env.process = &machine_;
+    return env;
+  }
+
+  void Error(const std::string& code, const std::string& path, const std::string& message) {
+    report_.findings.push_back({Severity::kError, code, path, message});
+  }
+  void Warn(const std::string& code, const std::string& path, const std::string& message) {
+    report_.findings.push_back({Severity::kWarning, code, path, message});
+  }
+
+  void CheckProgram() {
+    const fs::path file = FindInPackage(dir_, kProgramFile);
+    if (file.empty()) return Error("program-missing", kProgramFile, "calder.exe is missing");
+    const std::vector<uint8_t> bytes = ReadAll(file);
+    const PeImage image = ReadPeImage(bytes.data(), bytes.size());
+    if (!IsWindows64GuiProgram(image)) {
+      Error("program-missing", kProgramFile,
+            "calder.exe is not a 64-bit Windows GUI program" +
+                (image.valid ? std::string() : " (" + image.problem + ")"));
+    }
+  }
+
+  void CheckLibrary(const VendorLibrary& library) {
+    const std::string name = Narrow(library.file);
+    const fs::path file = FindInPackage(dir_, name);
+    if (file.empty()) return Error("library-missing", name, name + " is missing");
+    const std::vector<uint8_t> bytes = ReadAll(file);
+    const PeImage image = ReadPeImage(bytes.data(), bytes.size());
+    if (!IsWindows64Dll(image)) {
+      return Error("library-missing", name, name + " is not a 64-bit Windows DLL" +
+                                                (image.valid ? std::string() : " (" + image.problem + ")"));
+    }
+    for (size_t i = 0; i < library.entryCount; ++i) {
+      const std::string entry = library.entryPoints[i];
+      if (!Exports(image, entry)) {
+        Error("library-entry-missing", name,
+              name + " lacks the entry point " + entry + " that calder.exe binds");
+      }
+    }
+  }
+
+  // The file the program takes from a firmware folder, with the findings
+  // about the folder itself; "" when there is none.
+  std::string FirstFile(const char* programFolder, const std::string& prefix) {
+    const std::string folder = FolderName(programFolder);
+    const std::vector<std::string> files = machine_.RegularFiles(programFolder);
+    const std::string chosen = FindFirstFileInFolder(GetModuleDir() + programFolder);
+    if (chosen.empty()) {
+      Error(prefix + "-missing", folder, "the " + folder + " folder is missing or holds no file");
+      return "";
+    }
+    const std::string name = chosen.substr(chosen.find_last_of("\\/") + 1);
+    if (files.size() > 1) {
+      Error(prefix + "-ambiguous", folder,
+            "the " + folder + " folder holds " + std::to_string(files.size()) +
+                " files; calder.exe takes " + name + " (the first in name order)");
+    }
+    return chosen;
+  }
+
+  void CheckTouchpad() {
+    const std::string chosen = FirstFile(kTouchpadFirmwareFolder, "touchpad");
+    if (chosen.empty()) return;
+    TouchpadSection section;
+    section.file = chosen.substr(chosen.find_last_of("\\/") + 1);
+    const std::string path = FolderName(kTouchpadFirmwareFolder) + "/" + section.file;
+    std::FILE* file = std::fopen(machine_.RealPath(chosen).string().c_str(), "rb");
+    if (file != nullptr) {
+      const FileSum sum = SumFileBytes(file);
+      std::fclose(file);
+      section.size = sum.size;
+      section.sum = sum.sum;
+      // The interpreter compares the chip's checksum with these bits.
+      section.checksum16 = sum.sum & 0xFFFF;
+    }
+    if (section.size == 0) Error("touchpad-empty", path, section.file + " is empty");
+    report_.touchpad = section;
+  }
+
+  void CheckForce() {
+    const std::string chosen = FirstFile(kForceFirmwareFolder, "force");
+    if (chosen.empty()) return;
+    ForceSection section;
+    section.file = chosen.substr(chosen.find_last_of("\\/") + 1);
+    const std::string path = FolderName(kForceFirmwareFolder) + "/" + section.file;
+    const std::string stem = GetFileStem(chosen);
+    if (IsVersionText(stem)) {
+      section.version = stem;
+    } else {
+      Error("force-name-not-a-version", path,
+            "the name's stem \"" + stem +
+                "\" is not a version as the sensor reports one (four numbers 0-255, "
+                "like 1.0.2.3), so the version check after writing can never pass");
+    }
+    const fs::path real = machine_.RealPath(chosen);
+    const ForceImagePlan plan = PlanForceImage(real.string(), stem);
+    section.tagged = plan.tagged;
+    std::error_code error;
+    const uintmax_t fileSize = fs::file_size(real, error);
+    if (plan.load == ErrImageSize && plan.tagged && fileSize <= kImageBufferSize) {
+      Error("force-image-too-short", path, section.file + " is tagged but shorter than its header");
+    } else if (plan.load == ErrImageSize) {
+      Error("force-image-too-large", path,
+            section.file + " does not fit the loader's " + std::to_string(kImageBufferSize) +
+                "-byte image buffer");
+    } else if (plan.load != ErrNone) {
+      Error("force-missing", path, section.file + " cannot be read");
+    } else {
+      if (plan.imageSize == 0) Error("force-image-empty", path, section.file + " carries no image");
+      section.imageSize = plan.imageSize;
+      section.blocks = plan.blocks;
+      section.eraseSectors = plan.eraseSectors;
+      section.readbackChunks = plan.readbackChunks;
+    }
+    report_.force = section;
+  }
+
+  fs::path dir_;
+  PackageMachine machine_;
+  Environment env_;
+  ScopedEnvironment scope_;
+  PackageReport report_;
+};
+
+}  // namespace
+
+bool PackageReport::Ship() const {
+  for (const Finding& finding : findings) {
+    if (finding.severity == Severity::kError) return false;
+  }
+  return true;
+}
+
+PackageReport CheckPackage(const fs::path& packageDir) { return Checker(packageDir).Run(); }
+
+}  // namespace calder::check

@@ -1,0 +1,178 @@
+#include "check/pe_reader.h"
+
+#include <algorithm>
+
+namespace calder::check {
+
+namespace {
+
+constexpr size_t kDosNewHeaderOffset = 0x3C;
+constexpr size_t kCoffHeaderSize = 20;
+constexpr size_t kSectionHeaderSize = 40;
+constexpr size_t kExportDirectorySize = 40;
+constexpr size_t kSubsystemOffset = 68;  // same in PE32 and PE32+
+constexpr size_t kDirectoryCountOffset32 = 92;
+constexpr size_t kDirectoryCountOffset64 = 108;
+// Far more than any real library has; a forged count must not make us spin.
+constexpr uint32_t kMaxExportNames = 65536;
+constexpr size_t kMaxNameLength = 1024;
+
+// Little-endian reads that fail instead of leaving the buffer.
+class Bytes {
+ public:
+  Bytes(const uint8_t* data, size_t size) : data_(data), size_(size) {}
+  bool Has(size_t offset, size_t count) const {
+    return offset <= size_ && count <= size_ - offset;
+  }
+  bool U16(size_t offset, uint16_t* out) const {
+    if (!Has(offset, 2)) return false;
+    *out = static_cast<uint16_t>(data_[offset] | data_[offset + 1] << 8);
+    return true;
+  }
+  bool U32(size_t offset, uint32_t* out) const {
+    if (!Has(offset, 4)) return false;
+    *out = 0;
+    for (int i = 3; i >= 0; --i) *out = *out << 8 | data_[offset + static_cast<size_t>(i)];
+    return true;
+  }
+  // A NUL-terminated name that ends inside the buffer.
+  bool Name(size_t offset, std::string* out) const {
+    if (offset >= size_) return false;
+    const size_t limit = std::min(size_ - offset, kMaxNameLength);
+    const uint8_t* begin = data_ + offset;
+    const uint8_t* end = std::find(begin, begin + limit, uint8_t{0});
+    if (end == begin + limit) return false;
+    out->assign(begin, end);
+    return true;
+  }
+
+ private:
+  const uint8_t* data_;
+  size_t size_;
+};
+
+struct Section {
+  uint32_t virtualAddress = 0;
+  uint32_t virtualSize = 0;
+  uint32_t rawSize = 0;
+  uint32_t rawOffset = 0;
+};
+
+// File offset of an RVA, when a section's raw data holds it.
+bool FileOffsetOf(const std::vector<Section>& sections, uint32_t rva, size_t* offset) {
+  for (const Section& s : sections) {
+    const uint32_t span = std::max(s.virtualSize, s.rawSize);
+    if (rva < s.virtualAddress || rva - s.virtualAddress >= span) continue;
+    const uint32_t into = rva - s.virtualAddress;
+    if (into >= s.rawSize) return false;
+    *offset = static_cast<size_t>(s.rawOffset) + into;
+    return true;
+  }
+  return false;
+}
+
+PeImage Invalid(const char* problem) {
+  PeImage image;
+  image.problem = problem;
+  return image;
+}
+
+bool ReadSections(const Bytes& bytes, size_t at, uint16_t count, std::vector<Section>* out) {
+  for (uint16_t i = 0; i < count; ++i) {
+    const size_t base = at + i * kSectionHeaderSize;
+    Section s;
+    if (!bytes.U32(base + 8, &s.virtualSize) || !bytes.U32(base + 12, &s.virtualAddress) ||
+        !bytes.U32(base + 16, &s.rawSize) || !bytes.U32(base + 20, &s.rawOffset)) {
+      return false;
+    }
+    out->push_back(s);
+  }
+  return true;
+}
+
+// The names of the export directory; false when it points outside the file.
+bool ReadExportNames(const Bytes& bytes, const std::vector<Section>& sections, uint32_t rva,
+                     std::vector<std::string>* names) {
+  size_t directory = 0;
+  uint32_t count = 0;
+  uint32_t namesRva = 0;
+  if (!FileOffsetOf(sections, rva, &directory) || !bytes.Has(directory, kExportDirectorySize) ||
+      !bytes.U32(directory + 24, &count) || !bytes.U32(directory + 32, &namesRva)) {
+    return false;
+  }
+  if (count == 0) return true;
+  size_t table = 0;
+  if (count > kMaxExportNames || !FileOffsetOf(sections, namesRva, &table)) return false;
+  for (uint32_t i = 0; i < count; ++i) {
+    uint32_t nameRva = 0;
+    size_t nameOffset = 0;
+    std::string name;
+    if (!bytes.U32(table + size_t{4} * i, &nameRva) ||
+        !FileOffsetOf(sections, nameRva, &nameOffset) || !bytes.Name(nameOffset, &name)) {
+      return false;
+    }
+    names->push_back(name);
+  }
+  return true;
+}
+
+}  // namespace
+
+PeImage ReadPeImage(const uint8_t* data, size_t size) {
+  const Bytes bytes(data, size);
+  uint16_t dosMagic = 0;
+  uint32_t peOffset = 0;
+  if (!bytes.U16(0, &dosMagic) || dosMagic != 0x5A4D) return Invalid("no MZ header");
+  uint32_t signature = 0;
+  if (!bytes.U32(kDosNewHeaderOffset, &peOffset) || !bytes.U32(peOffset, &signature) ||
+      signature != 0x00004550) {
+    return Invalid("no PE signature");
+  }
+  PeImage image;
+  const size_t coff = size_t{peOffset} + 4;
+  uint16_t sectionCount = 0;
+  uint16_t optionalSize = 0;
+  if (!bytes.Has(coff, kCoffHeaderSize) || !bytes.U16(coff, &image.machine) ||
+      !bytes.U16(coff + 2, &sectionCount) || !bytes.U16(coff + 16, &optionalSize) ||
+      !bytes.U16(coff + 18, &image.characteristics)) {
+    return Invalid("file header cut short");
+  }
+  const size_t optional = coff + kCoffHeaderSize;
+  if (!bytes.Has(optional, optionalSize) || !bytes.U16(optional, &image.optionalMagic) ||
+      optionalSize < kSubsystemOffset + 2 || !bytes.U16(optional + kSubsystemOffset, &image.subsystem)) {
+    return Invalid("optional header cut short");
+  }
+  std::vector<Section> sections;
+  if (!ReadSections(bytes, optional + optionalSize, sectionCount, &sections)) {
+    return Invalid("section table cut short");
+  }
+  const size_t countAt = optional + (image.optionalMagic == kPe32PlusMagic ? kDirectoryCountOffset64
+                                                                           : kDirectoryCountOffset32);
+  uint32_t directories = 0;
+  uint32_t exportRva = 0;
+  if (countAt + 12 <= optional + optionalSize && bytes.U32(countAt, &directories) &&
+      directories > 0 && bytes.U32(countAt + 4, &exportRva) && exportRva != 0 &&
+      !ReadExportNames(bytes, sections, exportRva, &image.exportNames)) {
+    return Invalid("export table outside the file");
+  }
+  image.valid = true;
+  return image;
+}
+
+bool IsWindows64GuiProgram(const PeImage& image) {
+  return image.valid && image.machine == kMachineAmd64 && image.optionalMagic == kPe32PlusMagic &&
+         image.subsystem == kSubsystemWindowsGui && (image.characteristics & kFileDll) == 0 &&
+         (image.characteristics & kFileExecutableImage) != 0;
+}
+
+bool IsWindows64Dll(const PeImage& image) {
+  return image.valid && image.machine == kMachineAmd64 && image.optionalMagic == kPe32PlusMagic &&
+         (image.characteristics & kFileDll) != 0;
+}
+
+bool Exports(const PeImage& image, const std::string& name) {
+  return std::find(image.exportNames.begin(), image.exportNames.end(), name) !=
+         image.exportNames.end();
+}
+
+}  // namespace calder::check

@@ -1,0 +1,41 @@
+// The PE reader on arbitrary bytes: no read outside the buffer (ASan sees
+// the input in an exact-size copy), the same answer twice, and names that
+// are whole strings inside the file.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "check/pe_reader.h"
+#include "tests/fuzz/fuzz_input.h"
+
+namespace {
+
+void Check(bool ok, const char* what) { calder::fuzz::Check(ok, "pe_reader_fuzz", what); }
+
+bool Same(const calder::check::PeImage& a, const calder::check::PeImage& b) {
+  return a.valid == b.valid && a.problem == b.problem && a.machine == b.machine &&
+         a.characteristics == b.characteristics && a.subsystem == b.subsystem &&
+         a.optionalMagic == b.optionalMagic && a.exportNames == b.exportNames;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const std::vector<uint8_t> bytes(data, data + size);
+  const calder::check::PeImage first = calder::check::ReadPeImage(bytes.data(), bytes.size());
+  const calder::check::PeImage second = calder::check::ReadPeImage(bytes.data(), bytes.size());
+  Check(Same(first, second), "two reads of the same bytes differ");
+  Check(first.valid != !first.problem.empty(), "validity and problem disagree");
+  Check(first.valid || first.exportNames.empty(), "an invalid image has export names");
+  for (const std::string& name : first.exportNames) {
+    Check(name.find('\0') == std::string::npos, "a name holds a NUL");
+    const std::vector<uint8_t> needle(name.begin(), name.end());
+    Check(std::search(bytes.begin(), bytes.end(), needle.begin(), needle.end()) != bytes.end(),
+          "a name is not in the file");
+  }
+  if (calder::check::IsWindows64Dll(first) || calder::check::IsWindows64GuiProgram(first)) {
+    Check(first.valid && first.machine == calder::check::kMachineAmd64, "accepted a foreign image");
+  }
+  return 0;
+}
