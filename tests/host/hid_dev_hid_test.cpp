@@ -87,19 +87,5 @@ TEST(DevHid, ASecondEnumerationDoublesTheListAndTheFirstMatchStillWins) {
   EXPECT_EQ(device.probed.size(), 5u);
 }
 
-TEST(DevHid, DestructionClosesTheHandleEvenAfterItsOwnerClosedIt) {
-  VirtualClock clock;
-  TouchDevice device(clock);
-  for (const bool ownerCloses : {false, true}) {
-    DevHid hid(device);
-    hid.GetDevicePaths();
-    ASSERT_TRUE(hid.Open(kVid, kPid, u"col04"));
-    if (ownerCloses) device.Close(hid.handle);
-  }
-  EXPECT_EQ(device.closes, 2);
-  EXPECT_EQ(device.failedCloses, 1);  // the owner's close came first
-  EXPECT_EQ(device.OpenHandleCount(), 0u);
-}
-
 }  // namespace
 }  // namespace calder

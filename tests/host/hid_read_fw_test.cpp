@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "hid/read_fw.h"
-#include "platform/environment.h"
 #include "sim/touch_device.h"
 
 namespace calder {
@@ -188,29 +187,6 @@ TEST_F(ReadFWTest, ARawReadWhoseCommandCannotBeSentFailsAtOnce) {
   std::vector<uint16_t> values;
   EXPECT_FALSE(Reader().ReadCalibrateRaw(values, 3.0));
   EXPECT_TRUE(clock.sleeps().empty());
-}
-
-TEST_F(ReadFWTest, HandlesAreClosedByTheOwnerAndAgainHarmlesslyOnRelease) {
-  {
-    ReadFW reader(device, clock);
-    reader.Init();
-    reader.CloseHandles();
-    EXPECT_EQ(device.closes, 2);
-  }
-  EXPECT_EQ(device.closes, 2);
-  EXPECT_EQ(device.failedCloses, 2);
-}
-
-TEST_F(ReadFWTest, DefaultConstructionUsesTheInstalledHostAndClock) {
-  Environment env;
-  env.hid = &device;
-  env.clock = &clock;
-  ScopedEnvironment scope(env);
-  ReadFW reader;
-  reader.Init();
-  EXPECT_TRUE(reader.ReadForceVersion(version, error));
-  EXPECT_EQ(version, "5.6.7.8");
-  EXPECT_EQ(clock.sleeps(), Sleeps{150});
 }
 
 }  // namespace
