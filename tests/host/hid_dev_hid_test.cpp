@@ -48,25 +48,16 @@ TEST_P(DevHidPathTest, OpensTheFirstTaggedPathOfTheTouchDevice) {
 
 const auto kAsListed = [](TouchDevice&) {};
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, DevHidPathTest,
-    testing::Values(
-        PathCase{"col04", kAsListed, u"col04", kCol04, 5},
+INSTANTIATE_TEST_SUITE_P(Cases, DevHidPathTest, testing::Values(PathCase{"col04", kAsListed, u"col04", kCol04, 5},
         // Another vendor's "col05" comes later in the list and is never probed.
-        PathCase{"col05", kAsListed, u"col05", kCol05, 6},
-        PathCase{"OtherVendorsTagFirst",
+        PathCase{"col05", kAsListed, u"col05", kCol05, 6}, PathCase{"OtherVendorsTagFirst",
                  [](TouchDevice& d) { d.interfaces.insert(d.interfaces.begin(), d.interfaces.back()); },
-                 u"col05", kCol05, 7},
-        PathCase{"TagIsCaseSensitive",
-                 [](TouchDevice& d) {
+                 u"col05", kCol05, 7}, PathCase{"TagIsCaseSensitive", [](TouchDevice& d) {
                    d.RemoveCollection(u"col04");
                    d.interfaces.push_back({u"hid#vid_347d&pid_7853&COL04#7&1&0&9", kVid, kPid, Collection::kTouch});
-                 },
-                 u"col04", u"", 7},
-        PathCase{"FirstOfTwoMatches",
+                 }, u"col04", u"", 7}, PathCase{"FirstOfTwoMatches",
                  [](TouchDevice& d) { d.interfaces.push_back({kOtherCol04, kVid, kPid, Collection::kTouch}); },
-                 u"col04", kCol04, 5},
-        PathCase{"UnprobeablePathSkipped",
+                 u"col04", kCol04, 5}, PathCase{"UnprobeablePathSkipped",
                  [](TouchDevice& d) { d.SetProbes(kCol04, false); d.interfaces.push_back({kOtherCol04, kVid, kPid, Collection::kTouch}); },
                  u"col04", kOtherCol04, 8},
         PathCase{"ProbesButHeldElsewhere", [](TouchDevice& d) { d.SetOpensReadWrite(u"col05", false); },

@@ -82,9 +82,7 @@ TEST_P(VersionQueryTest, ReadsItsAnswer) {
   EXPECT_EQ(clock.sleeps(), Sleeps{touch ? 30u : 150u});
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Answers, VersionQueryTest,
-    testing::Values(
+INSTANTIATE_TEST_SUITE_P(Answers, VersionQueryTest, testing::Values(
         // Touch fields come in the order 7.6.4.5, force fields 4.5.6.7.
         VersionCase{Query::kTouch, {0x06, 0xB6, 0, 1, 2, 3, 4}, true, "4.3.1.2", ""},
         VersionCase{Query::kTouch, {0x06, 0xB6, 0, 10, 0, 128, 255}, true, "255.128.10.0", ""},
@@ -117,9 +115,7 @@ TEST_P(GateTest, RefusesOrSendsToTheInvalidHandle) {
   EXPECT_EQ(clock.sleeps(), c.sleeps);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Gates, GateTest,
-    testing::Values(GateCase{Query::kTouch, u"col04", "", 1, {30}},
+INSTANTIATE_TEST_SUITE_P(Gates, GateTest, testing::Values(GateCase{Query::kTouch, u"col04", "", 1, {30}},
                     GateCase{Query::kTouch, u"col05", "err: open touch device fail", 0, {}},
                     GateCase{Query::kForce, u"col04", "err: open touch device fail", 0, {}},
                     GateCase{Query::kForce, u"col05", "", 1, {150}},

@@ -32,8 +32,7 @@ std::string Banner(const std::string& hwId = "ACPI\\BLTP7853", const std::string
 const std::string kBanner = Banner();
 const char kInitialized[] = "Initialized successfully.\n\n";
 const char kClosing[] = "\nDeinitializing...\nDone.\n";
-const char kUsage[] =
-    "BTL Firmware Upgrade Tool\n\n"
+const char kUsage[] = "BTL Firmware Upgrade Tool\n\n"
     "Usage: TPUpdate.exe <command> [options]\n\n"
     "Commands:\n"
     "  upgrade <bin_file>     Upgrade firmware from file\n"
@@ -81,9 +80,7 @@ TEST_P(TPOptionsTest, SetTheRecordsSettings) {
 }
 
 const char kHw[] = "ACPI\\BLTP7853";  // in force, unlike the one the usage text names
-INSTANTIATE_TEST_SUITE_P(
-    Options, TPOptionsTest,
-    testing::Values(OptionCase{{}, kHw, 0x41, 1, nullptr},
+INSTANTIATE_TEST_SUITE_P(Options, TPOptionsTest, testing::Values(OptionCase{{}, kHw, 0x41, 1, nullptr},
                     OptionCase{{"--chip-id", "1FF"}, kHw, 0xFF, 1, nullptr},
                     OptionCase{{"--chip-id", "zz"}, kHw, 0x00, 1, nullptr},
                     OptionCase{{"--chip-id"}, kHw, 0x41, 1, nullptr},
@@ -149,8 +146,7 @@ TEST_F(TPMainTest, UpgradeVerifiesTheChecksumAgainstTheLowSixteenBits) {
                                   "INFO tp_update.cpp: Initialized successfully.",
                                   "INFO tp_update.cpp: Upgrading from:" + fw,
                                   "INFO tp_update.cpp: SUCCESS: Upgrade completed successfully!",
-                                  "INFO tp_update.cpp: Checksum: 65795",
-                                  "INFO tp_update.cpp: Checksum inside: 259",
+                                  "INFO tp_update.cpp: Checksum: 65795", "INFO tp_update.cpp: Checksum inside: 259",
                                   "INFO tp_update.cpp: Upgrade checksum pass!"}));
   EXPECT_EQ(sys.posts, (std::vector<int>{0, 10, 20}));
   EXPECT_EQ(chip.calls, (Strings{"btl_upgrade_init", "btl_upgrade_from_file", "btl_get_checksum", "btl_upgrade_deinit"}));
@@ -182,9 +178,7 @@ TEST_P(TPUpgradeTest, EndsWithItsOutcome) {
 
 const auto kClaimsSuccess = [](TouchpadController& c) { c.upgradeResult = 0; };
 const auto kChecksumFails = [](TouchpadController& c) { c.checksumResult = -9; };
-INSTANTIATE_TEST_SUITE_P(
-    Outcomes, TPUpgradeTest,
-    testing::Values(
+INSTANTIATE_TEST_SUITE_P(Outcomes, TPUpgradeTest, testing::Values(
         UpgradeCase{kBigSum, [](TouchpadController& c) { c.checksumMode = sim::ChecksumMode::Full32; }, 1,
                     "Checksum inside : 0x00010103\nUpgrade checksum failed!\n", "Upgrade checksum failed!"},
         UpgradeCase{kLowHalfZero, kChecksumFails, 1,
@@ -266,9 +260,7 @@ TEST_P(TPQueryTest, PrintsItsAnswerOrCodeAndLogsNothingMore) {
 }
 
 const auto kGood = [](TouchpadController&) {};
-INSTANTIATE_TEST_SUITE_P(
-    Queries, TPQueryTest,
-    testing::Values(
+INSTANTIATE_TEST_SUITE_P(Queries, TPQueryTest, testing::Values(
         QueryCase{{"version"}, kGood, 0, "Firmware Version: 42 (0x2A)\n"},
         QueryCase{{"chipid"}, kGood, 0, "Chip ID: 0x41\n"},
         QueryCase{{"checksum"}, kGood, 0, "Checksum: 0x0000013F\n"},

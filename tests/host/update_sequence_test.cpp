@@ -114,9 +114,7 @@ TEST_P(MainTest, RunsItsPathAndReturnsItsResult) {
 }
 
 const auto kAsIs = [](FakeSystem&, PhaseScript&) {};
-INSTANTIATE_TEST_SUITE_P(
-    Paths, MainTest,
-    testing::Values(
+INSTANTIATE_TEST_SUITE_P(Paths, MainTest, testing::Values(
         RunCase{"NoArgument", {}, kAsIs, 0, {}, {}, false, {"INFO calder.cpp: " + std::string(kFinish)}},
         RunCase{"WrongCase", {"--UPDATE"}, kAsIs, 1, {}, {}, false, {"INFO calder.cpp: invalid input"}},
         RunCase{"Unknown", {"update"}, kAsIs, 1, {}, {}, false, {"INFO calder.cpp: invalid input"}},

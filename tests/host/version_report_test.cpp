@@ -78,9 +78,7 @@ TEST_P(ReportTest, PrintsTheCompoundVersionOrTheFallback) {
   EXPECT_EQ(device.failedCloses, GetParam().failedCloses);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, ReportTest,
-    testing::Values(
+INSTANTIATE_TEST_SUITE_P(Cases, ReportTest, testing::Values(
         // Queried calibration, force, touchpad, although printed the other way.
         ReportCase{"AllReadable", [](TouchDevice&) {}, 0, "compound version:1.2.3.4.5.6.7.8\n",
                    {kCalidata, "INFO calder.cpp: tp version : 1.2.3.4 force version : 5.6.7.8",

@@ -47,8 +47,7 @@ class RecordingWmi : public WmiConnector {
     sent.assign(bytes, bytes + count);
   }
   int32_t Put(WmiObject o, const char16_t* p, WmiVariant v) override { return Step("Put " + Of(o) + " " + Narrow(p) + " " + Name(v)); }
-  int32_t ExecMethod(WmiObject, WmiString path, WmiString method, WmiObject in,
-                     WmiObject* o) override {
+  int32_t ExecMethod(WmiObject, WmiString path, WmiString method, WmiObject in, WmiObject* o) override {
     return Make("ExecMethod " + Of(path) + " " + Of(method) + " " + Of(in), "out-params", o);
   }
   int32_t Get(WmiObject o, const char16_t* p, WmiVariant v) override { return Step("Get " + Of(o) + " " + Narrow(p) + " " + Name(v)); }
@@ -88,16 +87,12 @@ TEST(WmiResetCore, NamesAreMadeOnceAndEverythingGoesBackInOrder) {
       "ConnectServer root\\wmi", "SetProxyBlanket services", "SysAllocString KoruInterface",
       "SysAllocString KORUCommonInterface", std::string("SysAllocString ") + kPath,
       "GetObject KORUCommonInterface", "GetMethod KoruInterface", "SpawnInstance",
-      "SetBytes in 32", "Put in-params InData in",
-      std::string("ExecMethod ") + kPath + " KoruInterface in-params",
-      "Get out-params OutData out",
-      "VariantClear in", "VariantClear out", "SysFreeString KORUCommonInterface",
+      "SetBytes in 32", "Put in-params InData in", std::string("ExecMethod ") + kPath + " KoruInterface in-params",
+      "Get out-params OutData out", "VariantClear in", "VariantClear out", "SysFreeString KORUCommonInterface",
       "SysFreeString KoruInterface", std::string("SysFreeString ") + kPath, "Release class",
-      "Release in-params", "Release in-signature", "Release out-params", "Release locator",
-      "Release services"}));
+      "Release in-params", "Release in-signature", "Release out-params", "Release locator", "Release services"}));
   EXPECT_EQ(wmi.sent, (std::vector<uint8_t>{0x00, 0xFB, 0x00, 0x0A, 0x00, 0x00, 0x04, 0x00,
-                                            0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
-                                            0, 0, 0, 0, 0, 0, 0, 0}));
+                                            0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
 }
 
 struct FailureCase {
@@ -130,9 +125,7 @@ TEST_P(WmiFailureTest, LogsTheStepsCodeAndGivesBackWhatWasObtained) {
   EXPECT_EQ(log.Lines().size(), log.Contains("Connected to root\\wmi WMI namespace") ? 2u : 1u);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Steps, WmiFailureTest,
-    testing::Values(
+INSTANTIATE_TEST_SUITE_P(Steps, WmiFailureTest, testing::Values(
         FailureCase{"InitializeSecurity", "Failed to initialize security. Error code = ", {}},
         FailureCase{"CreateLocator", "Failed to create IWbemLocator object. Err code = ", {}},
         FailureCase{"ConnectServer", "Could not connect. Error code = ", {"locator"}},
