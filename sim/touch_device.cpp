@@ -110,8 +110,9 @@ std::vector<std::u16string> TouchDevice::Paths() const {
 }
 
 const HidInterface* TouchDevice::Find(const std::u16string& path) const {
+  if (path.compare(0, prefix_.size(), prefix_) != 0) return nullptr;
   for (const HidInterface& i : interfaces) {
-    if (prefix_ + i.name == path) return &i;
+    if (path.compare(prefix_.size(), std::u16string::npos, i.name) == 0) return &i;
   }
   return nullptr;
 }
