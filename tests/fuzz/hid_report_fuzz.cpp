@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstdlib>
 #include <string>
@@ -14,7 +15,6 @@
 
 #include "hid/read_fw.h"
 #include "platform/clock.h"
-#include "platform/hid_host.h"
 #include "sim/protocol_violations.h"
 #include "sim/touch_device.h"
 #include "tests/fuzz/fuzz_input.h"
@@ -24,29 +24,21 @@ namespace {
 
 void Check(bool ok, const char* what) { fuzz::Check(ok, "hid_report_fuzz", what); }
 
-// The touch device behind a HID host whose reports the fuzzer bends.
-class FuzzedHost : public HidHost {
+// The touch device with reports the fuzzer bends on their way.
+class FuzzedDevice : public sim::TouchDevice {
  public:
-  FuzzedHost(sim::TouchDevice& device, fuzz::FuzzInput& in) : device_(device), in_(in) {}
-
-  std::vector<std::u16string> InterfacePaths() override { return device_.InterfacePaths(); }
-  bool ProbeAttributes(const std::u16string& path, HidAttributes* attributes) override {
-    return device_.ProbeAttributes(path, attributes);
-  }
-  HidHandle OpenReadWrite(const std::u16string& path) override { return device_.OpenReadWrite(path); }
-  bool Close(HidHandle handle) override { return device_.Close(handle); }
+  FuzzedDevice(VirtualClock& clock, fuzz::FuzzInput& in) : TouchDevice(clock), in_(in) {}
   bool SetOutputReport(HidHandle handle, const uint8_t* report, size_t size) override {
     // One send in sixteen is refused before it reaches the device.
-    return in_.Take() % 16 != 15 && device_.SetOutputReport(handle, report, size);
+    return in_.Take() % 16 != 15 && TouchDevice::SetOutputReport(handle, report, size);
   }
   bool GetInputReport(HidHandle handle, uint8_t* report, size_t size) override {
     // The device answers first, so time moves on as it would.
-    const bool answered = device_.GetInputReport(handle, report, size);
+    const bool answered = TouchDevice::GetInputReport(handle, report, size);
     return fuzz::ApplyTamper(fuzz::TamperOf(in_.Take()), in_, report, size) && answered;
   }
 
  private:
-  sim::TouchDevice& device_;
   fuzz::FuzzInput& in_;
 };
 
@@ -67,21 +59,16 @@ bool NumberList(const std::string& text, char separator, size_t count, long low,
 bool Version(const std::string& text) { return NumberList(text, '.', 4, 0, 255); }
 
 struct Results {
-  bool ok[3];
-  std::string text[5];
+  std::array<bool, 3> ok;
+  std::array<std::string, 5> text;  // touch version and error, force version and error, calibration
   uint64_t elapsedMs;
-  bool operator==(const Results& o) const {
-    for (int i = 0; i < 5; ++i) {
-      if (text[i] != o.text[i] || (i < 3 && ok[i] != o.ok[i])) return false;
-    }
-    return elapsedMs == o.elapsedMs;
-  }
+  bool operator==(const Results& o) const { return ok == o.ok && text == o.text && elapsedMs == o.elapsedMs; }
 };
 
 Results Run(const uint8_t* data, size_t size) {
   fuzz::FuzzInput in(data, size);
   VirtualClock clock;
-  sim::TouchDevice device(clock);
+  FuzzedDevice device(clock, in);
   device.reportTimeMs = 331;  // a time-out in a dozen polls
   // Only the touch device's two collections: the path matching has its own tests.
   std::vector<sim::HidInterface>& list = device.interfaces;
@@ -91,10 +78,9 @@ Results Run(const uint8_t* data, size_t size) {
   const uint8_t machine = in.Take();
   if (machine & 1) device.RemoveCollection(u"col04");
   if (machine & 2) device.RemoveCollection(u"col05");
-  FuzzedHost host(device, in);
   Results r{};
   {
-    ReadFW reader(host, clock);
+    ReadFW reader(device, clock);
     reader.Init();
     r.ok[0] = reader.ReadTouchVersion(r.text[0], r.text[1]);
     r.ok[1] = reader.ReadForceVersion(r.text[2], r.text[3]);

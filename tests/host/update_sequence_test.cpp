@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -84,16 +83,17 @@ Strings Concat(std::vector<Strings> parts) {
   return out;
 }
 
+std::string I(const std::string& message) { return "INFO calder.cpp: " + message; }
 const Strings kUntilReset = {"CoInitializeEx", "ListFolder C:\\Tools\\Calder\\TP\\*", "WMIBiosTPReset",
                              "TPMain after 3000 ms"};
-const Strings kTouchpadDone = {"INFO calder.cpp: ---start tp update---", "INFO calder.cpp: WMIBiosTPReset success",
-                               "INFO calder.cpp: tp update success", "INFO calder.cpp: ---tp update over---",
-                               "INFO calder.cpp: ---start force update---"};
+const Strings kBothPhases = Concat({kUntilReset, {"UpgradeForceFW", "CoUninitialize"}});
+const Strings kTouchpadDone = {I("tp update success"), I("---tp update over---"), I("---start force update---")};
 
 struct RunCase {
   const char* name;
   Strings args;
-  std::function<void(FakeSystem&, PhaseScript&)> setup;
+  PhaseScript phases;
+  long com;
   int rc;
   Strings calls;  // between taking and giving back the power request
   std::vector<int> posts;
@@ -105,7 +105,8 @@ class MainTest : public UpdateSequenceTest, public testing::WithParamInterface<R
 
 TEST_P(MainTest, RunsItsPathAndReturnsItsResult) {
   const RunCase& c = GetParam();
-  c.setup(sys, script);
+  script = c.phases;
+  sys.comResult = c.com;
   EXPECT_EQ(Run(c.args), c.rc);
   EXPECT_EQ(sys.calls, Concat({kPowerOn, c.calls, kPowerOff}));
   EXPECT_EQ(sys.posts, c.posts);
@@ -113,29 +114,24 @@ TEST_P(MainTest, RunsItsPathAndReturnsItsResult) {
   EXPECT_EQ(log.Lines(), c.log);
 }
 
-const auto kAsIs = [](FakeSystem&, PhaseScript&) {};
+const PhaseScript kGood;
 INSTANTIATE_TEST_SUITE_P(Paths, MainTest, testing::Values(
-        RunCase{"NoArgument", {}, kAsIs, 0, {}, {}, false, {"INFO calder.cpp: " + std::string(kFinish)}},
-        RunCase{"WrongCase", {"--UPDATE"}, kAsIs, 1, {}, {}, false, {"INFO calder.cpp: invalid input"}},
-        RunCase{"Unknown", {"update"}, kAsIs, 1, {}, {}, false, {"INFO calder.cpp: invalid input"}},
-        RunCase{"Empty", {""}, kAsIs, 1, {}, {}, false, {"INFO calder.cpp: invalid input"}},
-        RunCase{"Version", {"--version", "extra"}, [](FakeSystem&, PhaseScript& p) { p.version = 1; }, 1,
-                {"VersionReport"}, {}, false, {}},
-        RunCase{"FullUpdate", {"--update", "ignored"}, kAsIs, 0, Concat({kUntilReset, {"UpgradeForceFW", "CoUninitialize"}}),
-                {20}, false, Concat({kTouchpadDone, {"INFO calder.cpp: force update success"}})},
-        RunCase{"ResetFails", {"--update"}, [](FakeSystem&, PhaseScript& p) { p.reset = false; }, 0,
-                Concat({kUntilReset, {"UpgradeForceFW", "CoUninitialize"}}), {20}, false,
-                {"INFO calder.cpp: ---start tp update---", "INFO calder.cpp: WMIBiosTPReset failed",
-                 "INFO calder.cpp: tp update success", "INFO calder.cpp: ---tp update over---",
-                 "INFO calder.cpp: ---start force update---", "INFO calder.cpp: force update success"}},
-        RunCase{"TouchpadFails", {"--update"}, [](FakeSystem&, PhaseScript& p) { p.touchpad = 7; }, 1, kUntilReset, {},
-                true, {"INFO calder.cpp: ---start tp update---", "INFO calder.cpp: WMIBiosTPReset success",
-                       "ERROR calder.cpp: tp update failed"}},
-        RunCase{"ForceFails", {"--update"}, [](FakeSystem&, PhaseScript& p) { p.force = false; }, 1,
-                Concat({kUntilReset, {"UpgradeForceFW", "CoUninitialize"}}), {20}, true,
-                Concat({kTouchpadDone, {"ERROR calder.cpp: force update failed"}})},
-        RunCase{"ComFails", {"--update"}, [](FakeSystem& s, PhaseScript&) { s.comResult = -2147417850L; }, 1,
-                {"CoInitializeEx"}, {}, false, {"INFO calder.cpp: CoInitializeEx failed: -2147417850"}}),
+        RunCase{"NoArgument", {}, kGood, 0, 0, {}, {}, false, {I(kFinish)}},
+        RunCase{"WrongCase", {"--UPDATE"}, kGood, 0, 1, {}, {}, false, {I("invalid input")}},
+        RunCase{"Version", {"--version", "extra"}, {true, 0, true, 1, {}}, 0, 1, {"VersionReport"}, {}, false, {}},
+        RunCase{"FullUpdate", {"--update", "ignored"}, kGood, 0, 0, kBothPhases, {20}, false,
+                Concat({{I("---start tp update---"), I("WMIBiosTPReset success")}, kTouchpadDone,
+                        {I("force update success")}})},
+        RunCase{"ResetFails", {"--update"}, {false, 0, true, 0, {}}, 0, 0, kBothPhases, {20}, false,
+                Concat({{I("---start tp update---"), I("WMIBiosTPReset failed")}, kTouchpadDone,
+                        {I("force update success")}})},
+        RunCase{"TouchpadFails", {"--update"}, {true, 7, true, 0, {}}, 0, 1, kUntilReset, {}, true,
+                {I("---start tp update---"), I("WMIBiosTPReset success"), "ERROR calder.cpp: tp update failed"}},
+        RunCase{"ForceFails", {"--update"}, {true, 0, false, 0, {}}, 0, 1, kBothPhases, {20}, true,
+                Concat({{I("---start tp update---"), I("WMIBiosTPReset success")}, kTouchpadDone,
+                        {"ERROR calder.cpp: force update failed"}})},
+        RunCase{"ComFails", {"--update"}, kGood, -2147417850L, 1, {"CoInitializeEx"}, {}, false,
+                {I("CoInitializeEx failed: -2147417850")}}),
     [](const testing::TestParamInfo<RunCase>& info) { return std::string(info.param.name); });
 
 TEST_F(UpdateSequenceTest, TheTouchpadGetsTheFirstFileOfItsFolderOrAnEmptyPath) {
