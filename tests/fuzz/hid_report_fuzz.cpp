@@ -106,8 +106,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Check(r.ok[1] ? Version(r.text[2]) && forceError.empty() : r.text[2].empty() || r.text[2] == "0.0.0.0",
         "force version");
   Check(forceError.empty() || forceError == "err: open touch device fail" ||
-            forceError == "err: read force device fail",
-        "force version error");
+            forceError == "err: read force device fail", "force version error");
   Check(r.ok[2] ? NumberList(r.text[4], ' ', 7, -32768, 32767)
                 : r.text[4] == "err: open force device fail" || r.text[4] == "err: read force calibrate data fail",
         "calibration text");

@@ -65,18 +65,5 @@ INSTANTIATE_TEST_SUITE_P(Cases, DevHidPathTest, testing::Values(PathCase{"col04"
         PathCase{"NoHidDevice", [](TouchDevice& d) { d.enumerationFails = true; }, u"col04", u"", 0}),
     [](const testing::TestParamInfo<PathCase>& info) { return std::string(info.param.name); });
 
-TEST(DevHid, ASecondEnumerationDoublesTheListAndTheFirstMatchStillWins) {
-  VirtualClock clock;
-  TouchDevice device(clock);
-  DevHid hid(device);
-  hid.GetDevicePaths();
-  const Paths once = device.Paths();
-  Paths twice = once;
-  twice.insert(twice.end(), once.begin(), once.end());
-  EXPECT_EQ(hid.GetDevicePaths(), twice);
-  ASSERT_TRUE(hid.Open(kVid, kPid, u"col04"));
-  EXPECT_EQ(device.probed.size(), 5u);
-}
-
 }  // namespace
 }  // namespace calder
