@@ -50,9 +50,11 @@ const auto kAsListed = [](TouchDevice&) {};
 
 INSTANTIATE_TEST_SUITE_P(Cases, DevHidPathTest, testing::Values(PathCase{"col04", kAsListed, u"col04", kCol04, 5},
         // Another vendor's "col05" comes later in the list and is never probed.
-        PathCase{"col05", kAsListed, u"col05", kCol05, 6}, PathCase{"OtherVendorsTagFirst",
-                 [](TouchDevice& d) { d.interfaces.insert(d.interfaces.begin(), d.interfaces.back()); },
-                 u"col05", kCol05, 7}, PathCase{"TagIsCaseSensitive", [](TouchDevice& d) {
+        PathCase{"col05", kAsListed, u"col05", kCol05, 6}, PathCase{"OtherDevicesTagFirst",
+                 [](TouchDevice& d) {  // one differs in its vendor only, one in its product only
+                   d.interfaces.insert(d.interfaces.begin(), {{u"hid#vid_1111&pid_7853&col05#1", 0x1111, kPid},
+                                                              {u"hid#vid_347d&pid_1111&col05#2", kVid, 0x1111}});
+                 }, u"col05", kCol05, 8}, PathCase{"TagIsCaseSensitive", [](TouchDevice& d) {
                    d.RemoveCollection(u"col04");
                    d.interfaces.push_back({u"hid#vid_347d&pid_7853&COL04#7&1&0&9", kVid, kPid, Collection::kTouch});
                  }, u"col04", u"", 7}, PathCase{"FirstOfTwoMatches",

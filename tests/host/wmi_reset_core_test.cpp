@@ -66,7 +66,8 @@ class RecordingWmi : public WmiConnector {
   }
   int32_t Make(const std::string& call, const std::string& name, WmiObject* o) {
     const int32_t hr = Step(call);
-    if (hr == 0) *o = &names_.emplace_back(name);
+    // A failed call may still leave something in its out slot; it is not the caller's to release.
+    *o = &names_.emplace_back(hr == 0 ? name : "left-over " + name);
     return hr;
   }
 
