@@ -204,8 +204,10 @@ void TouchDevice::FillCalibrationBlock(uint8_t* report) {
 
 bool TouchDevice::Answer(const std::u16string& path, uint8_t* report, size_t size) {
   const HidInterface* target = Find(path);
-  if (target == nullptr || size != kReportSize || target->collection == Collection::kOther ||
-      report[0] != ReportId(target->collection)) {
+  if (target == nullptr || target->collection == Collection::kOther) return false;
+  if (size != kReportSize || report[0] != ReportId(target->collection)) {
+    Refuse(target->collection == Collection::kTouch ? "col04" : "col05", "input report request with a wrong size or id",
+           report, size);
     return false;
   }
   ++inputReports;
