@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "sim/protocol_violations.h"
+
 namespace calder::sim {
 namespace {
 
@@ -13,6 +15,8 @@ constexpr uint8_t kRequestLength = 7;
 constexpr uint8_t kCalibrationStart = 0x12;
 constexpr uint8_t kCalibrationEnd = 0x13;
 constexpr uint8_t kCalibrationRead = 0xBE;
+// Bytes from here to the end of every output report must be zero.
+constexpr size_t kZeroTailStart = 11;
 
 const char16_t kHidClassSuffix[] = u"{4d1e55b2-f16f-11cf-88cb-001111000030}";
 
@@ -48,6 +52,19 @@ bool ChecksumHolds(const uint8_t* report) {
 
 bool IsRequest(const uint8_t* report, uint8_t what, uint8_t target) {
   return report[1] == kRequestLength && report[7] == what && report[8] == target;
+}
+
+bool ZeroTail(const uint8_t* report) {
+  for (size_t i = kZeroTailStart; i < TouchDevice::kReportSize; ++i) {
+    if (report[i] != 0) return false;
+  }
+  return true;
+}
+
+void Refuse(const char* collection, const std::string& what, const uint8_t* report, size_t size) {
+  const std::vector<uint8_t> bytes(report, report + size);
+  RecordViolation(std::string("touch device ") + collection + ": " + what + ": " +
+                  HexBytes(bytes, size));
 }
 
 void CopyAnswer(const std::vector<uint8_t>& answer, uint8_t* report) {
@@ -93,37 +110,57 @@ std::vector<std::u16string> TouchDevice::Paths() const {
 }
 
 const HidInterface* TouchDevice::Find(const std::u16string& path) const {
+  if (path.compare(0, prefix_.size(), prefix_) != 0) return nullptr;
   for (const HidInterface& i : interfaces) {
-    if (prefix_ + i.name == path) return &i;
+    if (path.compare(prefix_.size(), std::u16string::npos, i.name) == 0) return &i;
   }
   return nullptr;
 }
 
 bool TouchDevice::Receive(const std::u16string& path, const uint8_t* report, size_t size) {
   const HidInterface* target = Find(path);
-  if (target == nullptr || size != kReportSize) return false;
+  if (target == nullptr) return false;
+  const char* name = target->collection == Collection::kTouch   ? "col04"
+                     : target->collection == Collection::kForce ? "col05"
+                                                                : "other collection";
+  if (size != kReportSize) {
+    Refuse(name, "output report of " + std::to_string(size) + " bytes", report, size);
+    return false;
+  }
   if (target->collection == Collection::kOther || report[0] != ReportId(target->collection)) {
+    Refuse(name, "unknown report id", report, size);
     return false;
   }
   sent.push_back({target->collection, std::vector<uint8_t>(report, report + size)});
-  if (!ChecksumHolds(report)) return true;  // the firmware drops it silently
-  if (target->collection == Collection::kTouch) {
-    touchPending_ = IsRequest(report, 0x04, 0xB6) ? Pending::kTouchVersion : Pending::kNone;
-  } else {
-    HandleForceReport(report);
+  if (!ZeroTail(report)) Refuse(name, "bytes 11 to 32 not zero", report, size);
+  if (!ChecksumHolds(report)) {
+    Refuse(name, "bad checksum", report, size);
+    return true;  // the firmware drops it
   }
+  const bool known = target->collection == Collection::kTouch ? HandleTouchReport(report)
+                                                                : HandleForceReport(report);
+  if (!known) Refuse(name, "unknown command", report, size);
   return true;
 }
 
-void TouchDevice::HandleForceReport(const uint8_t* report) {
+bool TouchDevice::HandleTouchReport(const uint8_t* report) {
+  const bool version = IsRequest(report, 0x04, 0xB6);
+  touchPending_ = version ? Pending::kTouchVersion : Pending::kNone;
+  return version;
+}
+
+bool TouchDevice::HandleForceReport(const uint8_t* report) {
+  forcePending_ = Pending::kNone;
   if (report[1] == kCommandLength) {
     const uint8_t code = report[9];
-    if (static_cast<uint8_t>(code + report[10]) != 0) return;
+    if (code != kCalibrationStart && code != kCalibrationEnd && code != kCalibrationRead) {
+      return false;
+    }
+    if (static_cast<uint8_t>(code + report[10]) != 0) return false;
     lastCommand_ = code;
     commandAt_ = clock_.NowMs();
     if (code == kCalibrationStart) calibrationMode_ = true;
     if (code == kCalibrationEnd) calibrationMode_ = false;
-    forcePending_ = Pending::kNone;
   } else if (IsRequest(report, 0x04, 0x10)) {
     forcePending_ = Pending::kForceVersion;
   } else if (IsRequest(report, 0x02, 0x02)) {
@@ -131,8 +168,9 @@ void TouchDevice::HandleForceReport(const uint8_t* report) {
   } else if (IsRequest(report, 0x15, kCalibrationRead)) {
     forcePending_ = Pending::kData;
   } else {
-    forcePending_ = Pending::kNone;
+    return false;
   }
+  return true;
 }
 
 bool TouchDevice::CommandDone() const {
@@ -153,20 +191,23 @@ void TouchDevice::FillCalibrationBlock(uint8_t* report) {
     report[5 + 2 * k] = static_cast<uint8_t>(calibration[k] >> 8);
     sum += static_cast<int16_t>(calibration[k]);
   }
-  uint16_t checksum = static_cast<uint16_t>(-sum);
-  if (blocksWithBadChecksum > 0) {
-    --blocksWithBadChecksum;
-    checksum ^= 0x5A5A;
-  }
+  const uint16_t checksum = static_cast<uint16_t>(-sum);
   report[18] = static_cast<uint8_t>(checksum & 0xFF);
   report[19] = static_cast<uint8_t>(checksum >> 8);
+  // A bad block is wrong in one checksum byte only: the high one, then the low.
+  if (blocksWithBadChecksum > 0) {
+    report[blocksWithBadChecksum % 2 == 0 ? 19 : 18] ^= 0xFF;
+    --blocksWithBadChecksum;
+  }
   report[20] = 0x01;
 }
 
 bool TouchDevice::Answer(const std::u16string& path, uint8_t* report, size_t size) {
   const HidInterface* target = Find(path);
-  if (target == nullptr || size != kReportSize || target->collection == Collection::kOther ||
-      report[0] != ReportId(target->collection)) {
+  if (target == nullptr || target->collection == Collection::kOther) return false;
+  if (size != kReportSize || report[0] != ReportId(target->collection)) {
+    Refuse(target->collection == Collection::kTouch ? "col04" : "col05", "input report request with a wrong size or id",
+           report, size);
     return false;
   }
   ++inputReports;
@@ -198,7 +239,8 @@ bool TouchDevice::Answer(const std::u16string& path, uint8_t* report, size_t siz
       break;
     case Pending::kStatus:
       report[1] = 0x06;
-      report[4] = CommandDone() ? 0x00 : 0x01;
+      // Busy shows in byte 4 or byte 5, in turn; done is both clear.
+      if (!CommandDone()) report[4 + busyAnswers_++ % 2] = 0x01;
       break;
     case Pending::kData:
       report[1] = 0x13;

@@ -36,7 +36,9 @@ struct SentReport {
 // status turns done commandDelayMs after the command on the given clock.
 //
 // It plays the machine's HidHost in unit tests; the stand-in hid.dll and
-// setupapi.dll use the path-level calls with their own handles.
+// setupapi.dll use the path-level calls with their own handles. Output
+// reports the firmware would refuse (wrong size or report id, bytes 11 to 32
+// not zero, a bad checksum, an unknown command) are protocol violations.
 class TouchDevice : public HidHost {
  public:
   static constexpr uint16_t kVendorId = 0x347D;
@@ -61,7 +63,7 @@ class TouchDevice : public HidHost {
   uint32_t commandDelayMs = 40;
   std::set<uint8_t> neverReady;     // command codes whose status never turns done
   int blocksNotReady = 0;           // data answers with byte 20 clear before the block
-  int blocksWithBadChecksum = 0;    // then blocks whose checksum bytes are wrong
+  int blocksWithBadChecksum = 0;    // then blocks with one wrong checksum byte
   bool enumerationFails = false;
   uint32_t reportTimeMs = 1;
 
@@ -100,7 +102,9 @@ class TouchDevice : public HidHost {
  private:
   enum class Pending { kNone, kTouchVersion, kForceVersion, kStatus, kData };
 
-  void HandleForceReport(const uint8_t* report);
+  // False for a report the firmware does not know.
+  bool HandleTouchReport(const uint8_t* report);
+  bool HandleForceReport(const uint8_t* report);
   bool CommandDone() const;
   void FillCalibrationBlock(uint8_t* report);
 
@@ -115,6 +119,7 @@ class TouchDevice : public HidHost {
   int lastCommand_ = -1;
   uint64_t commandAt_ = 0;
   bool calibrationMode_ = false;
+  unsigned busyAnswers_ = 0;
 };
 
 // Upper-case hex of the first count bytes, separated by blanks: "0D 07 16".

@@ -1,10 +1,24 @@
 #include "sim/touchpad_controller.h"
 
-#include <cstring>
 #include <fstream>
 #include <iterator>
 
+#include "sim/protocol_violations.h"
+
 namespace calder::sim {
+namespace {
+
+// The option words the library is built for.
+constexpr int32_t kOptionWords[3] = {0, 1, 0};
+
+// Breaking the library's calling order or handing it a record it would
+// misread is a protocol error, whatever the library then returns.
+int32_t Refuse(const std::string& what, int32_t result) {
+  RecordViolation("touchpad controller: " + what);
+  return result;
+}
+
+}  // namespace
 
 uint32_t ImageByteSum(const std::string& image) {
   uint32_t sum = 0;
@@ -21,7 +35,7 @@ TouchpadController::TouchpadController() {
 
 int32_t TouchpadController::Init(btl_upgrade_config* config) {
   calls.push_back("btl_upgrade_init");
-  if (config == nullptr) return kTpErrBadConfig;
+  if (config == nullptr) return Refuse("init without a record", kTpErrBadConfig);
   seenConfig = TpSeenConfig();
   seenConfig.hwIdNull = config->hwId == nullptr;
   if (config->hwId != nullptr) seenConfig.hwId = config->hwId;
@@ -35,15 +49,13 @@ int32_t TouchpadController::Init(btl_upgrade_config* config) {
   seenConfig.progressSet = config->progress != nullptr;
   seenConfig.logSet = config->log != nullptr;
   seenConfig.lastNull = config->last == nullptr;
-  if (initResult) return *initResult;
-
-  const bool recordOk = seenConfig.zeroBytesClean && seenConfig.lastNull &&
-                        seenConfig.progressSet && seenConfig.logSet &&
-                        std::memcmp(seenConfig.options, kUpgradeOptionWords,
-                                    sizeof seenConfig.options) == 0;
-  if (!recordOk) return kTpErrBadConfig;
-  if (seenConfig.hwIdNull || seenConfig.hwId != hwId || seenConfig.chipId != chipId) {
-    return kTpErrNoDevice;
+  const int32_t recordResult = CheckRecord(seenConfig);
+  if (initResult) {
+    if (*initResult != kTpOk) return *initResult;
+  } else if (recordResult != kTpOk) {
+    return recordResult;
+  } else if (seenConfig.hwId != hwId || seenConfig.chipId != chipId) {
+    return kTpErrNoDevice;  // a record for another controller: not the caller's error
   }
   progress_ = config->progress;
   log_ = config->log;
@@ -53,7 +65,7 @@ int32_t TouchpadController::Init(btl_upgrade_config* config) {
 
 int32_t TouchpadController::UpgradeFromFile(const char* path) {
   calls.push_back("btl_upgrade_from_file");
-  if (!open) return kTpErrNotInitialized;
+  if (!open) return NotOpen(calls.back());
   upgradedFiles.push_back(path != nullptr ? path : "");
   if (upgradeResult) return *upgradeResult;
   std::string image;
@@ -73,7 +85,7 @@ int32_t TouchpadController::UpgradeFromFile(const char* path) {
 
 int32_t TouchpadController::GetChecksum(uint32_t* checksum) {
   calls.push_back("btl_get_checksum");
-  if (!open) return kTpErrNotInitialized;
+  if (!open) return NotOpen(calls.back());
   if (checksumResult) return *checksumResult;
   *checksum = ChecksumOf(flash);
   return kTpOk;
@@ -81,7 +93,7 @@ int32_t TouchpadController::GetChecksum(uint32_t* checksum) {
 
 int32_t TouchpadController::GetFirmwareVersion(uint8_t* version) {
   calls.push_back("btl_get_firmware_version");
-  if (!open) return kTpErrNotInitialized;
+  if (!open) return NotOpen(calls.back());
   if (versionResult) return *versionResult;
   *version = firmwareVersion;
   return kTpOk;
@@ -89,7 +101,7 @@ int32_t TouchpadController::GetFirmwareVersion(uint8_t* version) {
 
 int32_t TouchpadController::GetChipId(uint8_t* id) {
   calls.push_back("btl_get_chip_id");
-  if (!open) return kTpErrNotInitialized;
+  if (!open) return NotOpen(calls.back());
   if (chipIdResult) return *chipIdResult;
   *id = chipId;
   return kTpOk;
@@ -97,7 +109,7 @@ int32_t TouchpadController::GetChipId(uint8_t* id) {
 
 int32_t TouchpadController::CheckNeedUpgrade(const char* path, uint32_t* needUpgrade) {
   calls.push_back("btl_check_need_upgrade");
-  if (!open) return kTpErrNotInitialized;
+  if (!open) return NotOpen(calls.back());
   if (checkResult) return *checkResult;
   std::string image;
   if (!ReadFile(path, &image)) return kTpErrOpenFile;
@@ -107,9 +119,30 @@ int32_t TouchpadController::CheckNeedUpgrade(const char* path, uint32_t* needUpg
 
 void TouchpadController::Deinit() {
   calls.push_back("btl_upgrade_deinit");
+  if (!open) NotOpen(calls.back());
   open = false;
   progress_ = nullptr;
   log_ = nullptr;
+}
+
+int32_t TouchpadController::CheckRecord(const TpSeenConfig& seen) {
+  if (!seen.zeroBytesClean) return Refuse("record padding not zero", kTpErrBadConfig);
+  if (!seen.lastNull) return Refuse("record's last word not null", kTpErrBadConfig);
+  if (!seen.progressSet || !seen.logSet) {
+    return Refuse("record without both callbacks", kTpErrBadConfig);
+  }
+  for (int i = 0; i < 3; ++i) {
+    if (seen.options[i] != kOptionWords[i]) {
+      return Refuse("option word " + std::to_string(i) + " is " + std::to_string(seen.options[i]),
+                    kTpErrBadConfig);
+    }
+  }
+  if (seen.hwIdNull) return Refuse("record without a hardware id", kTpErrBadConfig);
+  return kTpOk;
+}
+
+int32_t TouchpadController::NotOpen(const std::string& call) {
+  return Refuse(call + " without a successful init", kTpErrNotInitialized);
 }
 
 bool TouchpadController::ReadFile(const char* path, std::string* content) {

@@ -47,6 +47,8 @@ struct TpSeenConfig {
 // The touchpad controller behind btl_upgrade's seven entry points: checks
 // the record, flashes files while reporting through the callbacks, and
 // answers the queries. Public fields are the fault injections and records.
+// A record the library would misread, and any call outside init ... deinit,
+// is a protocol violation.
 class TouchpadController : public UpgradeLibrary {
  public:
   TouchpadController();
@@ -90,6 +92,8 @@ class TouchpadController : public UpgradeLibrary {
   bool open = false;
 
  private:
+  static int32_t CheckRecord(const TpSeenConfig& seen);
+  static int32_t NotOpen(const std::string& call);
   static bool ReadFile(const char* path, std::string* content);
   uint32_t ChecksumOf(const std::string& image) const;
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -17,11 +18,7 @@ class FuzzInput {
   bool empty() const { return left_ == 0; }
 
   // The next byte, or 0 when none is left.
-  uint8_t Take() {
-    if (left_ == 0) return 0;
-    --left_;
-    return *data_++;
-  }
+  uint8_t Take() { return left_ == 0 ? 0 : (--left_, *data_++); }
 
   // Fills count bytes; zeros once the input is used up.
   void Fill(uint8_t* out, size_t count) {
@@ -35,16 +32,11 @@ class FuzzInput {
 
 // Reply tampering shared by the device wrappers: what a decision byte does
 // to a reply the simulator has already put in the buffer.
-enum class Tamper { kKeep, kFlipOne, kReplace, kZero, kFail };
+enum class Tamper { kKeep, kFlipOne, kReplace, kZero, kFail };  // decision values 0 to 4
 
 inline Tamper TamperOf(uint8_t decision) {
-  switch (decision % 8) {
-    case 1: return Tamper::kFlipOne;
-    case 2: return Tamper::kReplace;
-    case 3: return Tamper::kZero;
-    case 4: return Tamper::kFail;
-    default: return Tamper::kKeep;
-  }
+  const uint8_t kind = decision % 8;
+  return kind >= 1 && kind <= 4 ? static_cast<Tamper>(kind) : Tamper::kKeep;
 }
 
 // Applies the tampering; false when the call is to report failure.
@@ -53,14 +45,12 @@ inline bool ApplyTamper(Tamper tamper, FuzzInput& in, uint8_t* buffer, size_t si
     case Tamper::kKeep: return true;
     case Tamper::kFlipOne:
       if (size > 0) {
-        const size_t at = in.Take() % size;
+        const size_t at = in.Take() % size;  // the place first, then the bits
         buffer[at] ^= in.Take();
       }
       return true;
     case Tamper::kReplace: in.Fill(buffer, size); return true;
-    case Tamper::kZero:
-      for (size_t i = 0; i < size; ++i) buffer[i] = 0;
-      return true;
+    case Tamper::kZero: std::fill(buffer, buffer + size, 0); return true;
     case Tamper::kFail: return false;
   }
   return true;

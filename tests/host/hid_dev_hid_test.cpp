@@ -1,150 +1,71 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "hid/dev_hid.h"
-#include "platform/environment.h"
 #include "sim/touch_device.h"
 
 namespace calder {
 namespace {
 
 using sim::Collection;
-using sim::HidInterface;
 using sim::TouchDevice;
+using Paths = std::vector<std::u16string>;
 
 constexpr uint16_t kVid = 0x347D;
 constexpr uint16_t kPid = 0x7853;
+const std::u16string kCol04 = u"hid#vid_347d&pid_7853&col04#7&2a41c8e&0&0003";
+const std::u16string kCol05 = u"hid#vid_347d&pid_7853&col05#7&2a41c8e&0&0004";
+const std::u16string kOtherCol04 = u"hid#vid_347d&pid_7853&col04#9&aaaaaaa&0&0003";
 
-class DevHidTest : public testing::Test {
- protected:
-  std::u16string PathOf(const std::u16string& tag) const {
-    for (const std::u16string& path : device.Paths()) {
-      if (path.find(tag) != std::u16string::npos && path.find(u"vid_347d") != std::u16string::npos) {
-        return path;
-      }
-    }
-    return u"";
-  }
-
-  VirtualClock clock;
-  TouchDevice device{clock};
+struct PathCase {
+  const char* name;
+  std::function<void(TouchDevice&)> machine;
+  std::u16string tag;
+  std::u16string opened;  // interface name, empty when none
+  size_t probed;          // paths probed before the search ended
 };
 
-TEST_F(DevHidTest, OpensTheTaggedCollectionOfTheTouchDeviceForReadingAndWriting) {
+class DevHidPathTest : public testing::TestWithParam<PathCase> {};
+
+TEST_P(DevHidPathTest, OpensTheFirstTaggedPathOfTheTouchDevice) {
+  VirtualClock clock;
+  TouchDevice device(clock);
+  GetParam().machine(device);
   DevHid hid(device);
-  EXPECT_EQ(hid.GetDevicePaths(), device.Paths());
-  ASSERT_TRUE(hid.Open(kVid, kPid, u"col05"));
-  EXPECT_TRUE(hid.IsOpen());
-  EXPECT_EQ(hid.vendorId, kVid);
-  EXPECT_EQ(hid.productId, kPid);
-  EXPECT_EQ(hid.tag, u"col05");
-  EXPECT_EQ(device.opened, std::vector<std::u16string>{PathOf(u"col05")});
-  // Probed in list order up to the first match; the other vendor's later
-  // "col05" is never reached.
-  const std::vector<std::u16string> all = device.Paths();
-  EXPECT_EQ(device.probed, std::vector<std::u16string>(all.begin(), all.begin() + 6));
-}
-
-TEST_F(DevHidTest, NoHidDeviceGivesAnEmptyListAndAnInvalidHandle) {
-  device.enumerationFails = true;
-  DevHid hid(device);
-  EXPECT_TRUE(hid.GetDevicePaths().empty());
-  EXPECT_FALSE(hid.Open(kVid, kPid, u"col04"));
-  EXPECT_EQ(hid.handle, InvalidHidHandle());
-  EXPECT_TRUE(device.probed.empty());
-}
-
-TEST_F(DevHidTest, WithoutAnInstalledHostThereAreNoDevices) {
-  ScopedEnvironment none(Environment{});
-  DevHid hid;
-  EXPECT_TRUE(hid.GetDevicePaths().empty());
-  EXPECT_FALSE(hid.Open(kVid, kPid, u"col04"));
-  EXPECT_FALSE(hid.IsOpen());
-}
-
-TEST_F(DevHidTest, ATagThatNoMatchingPathHoldsIsNotOpened) {
-  device.RemoveCollection(u"col04");
-  // Same vendor and product with the tag in capitals: the match is case-sensitive.
-  device.interfaces.push_back({u"hid#vid_347d&pid_7853&COL04#7&2a41c8e&0&0009", kVid, kPid,
-                               Collection::kTouch});
-  DevHid hid(device);
-  hid.GetDevicePaths();
-  EXPECT_FALSE(hid.Open(kVid, kPid, u"col04"));
-  EXPECT_EQ(hid.handle, InvalidHidHandle());
-  EXPECT_TRUE(device.opened.empty());
-}
-
-TEST_F(DevHidTest, TheTagMustComeWithTheVendorAndProduct) {
-  // Another vendor's "col05" listed first is skipped.
-  HidInterface other = device.interfaces.back();
-  device.interfaces.insert(device.interfaces.begin(), other);
-  DevHid hid(device);
-  hid.GetDevicePaths();
-  ASSERT_TRUE(hid.Open(kVid, kPid, u"col05"));
-  EXPECT_EQ(device.opened, std::vector<std::u16string>{PathOf(u"col05")});
-}
-
-TEST_F(DevHidTest, TheFirstOfTwoMatchingPathsIsOpened) {
-  const std::u16string second = u"hid#vid_347d&pid_7853&col04#9&aaaaaaa&0&0003";
-  device.interfaces.push_back({second, kVid, kPid, Collection::kTouch});
-  DevHid hid(device);
-  hid.GetDevicePaths();
-  ASSERT_TRUE(hid.Open(kVid, kPid, u"col04"));
-  EXPECT_EQ(device.opened, std::vector<std::u16string>{PathOf(u"col04")});
-}
-
-TEST_F(DevHidTest, PathsThatCannotBeProbedAreSkipped) {
-  const std::u16string expected = PathOf(u"col04");
-  device.interfaces.insert(device.interfaces.begin(),
-                           {u"hid#vid_347d&pid_7853&col04#1&busy&0&0003", kVid, kPid,
-                            Collection::kTouch, /*probes=*/false});
-  DevHid hid(device);
-  hid.GetDevicePaths();
-  ASSERT_TRUE(hid.Open(kVid, kPid, u"col04"));
-  EXPECT_EQ(device.opened, std::vector<std::u16string>{expected});
-}
-
-TEST_F(DevHidTest, APathThatProbesButCannotBeOpenedReadWriteFails) {
-  device.SetOpensReadWrite(u"col05", false);
-  DevHid hid(device);
-  hid.GetDevicePaths();
-  EXPECT_FALSE(hid.Open(kVid, kPid, u"col05"));
-  EXPECT_EQ(hid.handle, InvalidHidHandle());
-  EXPECT_EQ(device.probed.back(), PathOf(u"col05"));
-}
-
-TEST_F(DevHidTest, ASecondEnumerationDoublesTheListAndTheFirstMatchStillWins) {
-  DevHid hid(device);
-  hid.GetDevicePaths();
-  const std::vector<std::u16string> twice = hid.GetDevicePaths();
-  ASSERT_EQ(twice.size(), 2 * device.Paths().size());
-  EXPECT_EQ(std::vector<std::u16string>(twice.begin() + device.Paths().size(), twice.end()),
-            device.Paths());
-  ASSERT_TRUE(hid.Open(kVid, kPid, u"col04"));
-  EXPECT_EQ(device.probed.size(), 5u);
-}
-
-TEST_F(DevHidTest, DestructionClosesTheHandleAndAnOwnersEarlierCloseMakesItASecondClose) {
-  {
-    DevHid hid(device);
-    hid.GetDevicePaths();
-    ASSERT_TRUE(hid.Open(kVid, kPid, u"col04"));
+  EXPECT_EQ(hid.GetDevicePaths(), device.InterfacePaths());
+  const bool opened = hid.Open(kVid, kPid, GetParam().tag);
+  EXPECT_EQ(opened, !GetParam().opened.empty());
+  EXPECT_EQ(hid.IsOpen(), opened);
+  ASSERT_EQ(device.opened.size(), opened ? 1u : 0u);
+  if (opened) {
+    EXPECT_NE(device.opened[0].find(GetParam().opened), std::u16string::npos);
   }
-  EXPECT_EQ(device.closes, 1);
-  EXPECT_EQ(device.failedCloses, 0);
-  {
-    DevHid hid(device);
-    hid.GetDevicePaths();
-    ASSERT_TRUE(hid.Open(kVid, kPid, u"col04"));
-    device.Close(hid.handle);
-    EXPECT_TRUE(hid.IsOpen());  // the field keeps its value
-  }
-  EXPECT_EQ(device.closes, 2);
-  EXPECT_EQ(device.failedCloses, 1);
-  EXPECT_EQ(device.OpenHandleCount(), 0u);
+  EXPECT_EQ(device.probed.size(), GetParam().probed);
 }
+
+const auto kAsListed = [](TouchDevice&) {};
+
+INSTANTIATE_TEST_SUITE_P(Cases, DevHidPathTest, testing::Values(PathCase{"col04", kAsListed, u"col04", kCol04, 5},
+        // Another vendor's "col05" comes later in the list and is never probed.
+        PathCase{"col05", kAsListed, u"col05", kCol05, 6}, PathCase{"OtherDevicesTagFirst",
+                 [](TouchDevice& d) {  // one differs in its vendor only, one in its product only
+                   d.interfaces.insert(d.interfaces.begin(), {{u"hid#vid_1111&pid_7853&col05#1", 0x1111, kPid},
+                                                              {u"hid#vid_347d&pid_1111&col05#2", kVid, 0x1111}});
+                 }, u"col05", kCol05, 8}, PathCase{"TagIsCaseSensitive", [](TouchDevice& d) {
+                   d.RemoveCollection(u"col04");
+                   d.interfaces.push_back({u"hid#vid_347d&pid_7853&COL04#7&1&0&9", kVid, kPid, Collection::kTouch});
+                 }, u"col04", u"", 7}, PathCase{"FirstOfTwoMatches",
+                 [](TouchDevice& d) { d.interfaces.push_back({kOtherCol04, kVid, kPid, Collection::kTouch}); },
+                 u"col04", kCol04, 5}, PathCase{"UnprobeablePathSkipped",
+                 [](TouchDevice& d) { d.SetProbes(kCol04, false); d.interfaces.push_back({kOtherCol04, kVid, kPid, Collection::kTouch}); },
+                 u"col04", kOtherCol04, 8},
+        PathCase{"ProbesButHeldElsewhere", [](TouchDevice& d) { d.SetOpensReadWrite(u"col05", false); },
+                 u"col05", u"", 6},
+        PathCase{"NoHidDevice", [](TouchDevice& d) { d.enumerationFails = true; }, u"col04", u"", 0}),
+    [](const testing::TestParamInfo<PathCase>& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace calder

@@ -1,33 +1,30 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "hid/read_fw.h"
-#include "platform/environment.h"
 #include "sim/touch_device.h"
 
 namespace calder {
 namespace {
 
-using sim::Collection;
-using sim::HexBytes;
 using sim::TouchDevice;
+using Sleeps = std::vector<uint32_t>;
+using Strings = std::vector<std::string>;
 
-// Bytes 0 to 10 of each frame in the order the device received them; bytes
-// 11 to 32 must be zero in every frame.
-std::vector<std::string> Frames(const TouchDevice& device) {
-  std::vector<std::string> frames;
-  for (const sim::SentReport& report : device.sent) {
-    EXPECT_EQ(report.bytes.size(), 33u);
-    for (size_t i = 11; i < report.bytes.size(); ++i) EXPECT_EQ(report.bytes[i], 0) << i;
-    frames.push_back(HexBytes(report.bytes, 11));
-  }
+// Bytes 0 to 10 of each output report the device accepted, in order.
+Strings Frames(const TouchDevice& device) {
+  Strings frames;
+  for (const sim::SentReport& report : device.sent) frames.push_back(sim::HexBytes(report.bytes, 11));
   return frames;
 }
 
+const char kTouchRequest[] = "0E 07 B4 00 00 01 00 04 B6 00 00";
+const char kForceRequest[] = "0D 07 16 00 00 01 00 04 10 00 00";
 const char kCommand12[] = "0D 09 FE 00 00 03 00 00 02 12 EE";
 const char kStatus12[] = "0D 07 02 00 00 01 00 02 02 12 EE";
 const char kCommandBE[] = "0D 09 FD 01 00 03 00 00 02 BE 42";
@@ -36,186 +33,137 @@ const char kDataRequest[] = "0D 07 AC 01 00 01 00 15 BE BE 42";
 const char kCommand13[] = "0D 09 FF 01 00 03 00 00 02 13 ED";
 const char kStatus13[] = "0D 07 01 01 00 01 00 02 02 13 ED";
 
+enum class Query { kTouch, kForce, kCalibration };
+
 class ReadFWTest : public testing::Test {
  protected:
+  // Opens both collections, then forgets what that cost.
   ReadFW& Reader() {
-    reader_.reset(new ReadFW(device, clock));
+    reader_ = std::make_unique<ReadFW>(device, clock);
     reader_->Init();
     device.sent.clear();
     clock.ClearSleeps();
     return *reader_;
   }
 
+  bool Ask(Query query) {
+    ReadFW& reader = Reader();
+    if (query == Query::kTouch) return reader.ReadTouchVersion(version, error);
+    if (query == Query::kForce) return reader.ReadForceVersion(version, error);
+    return reader.ReadCalibrateData(error);
+  }
+
   VirtualClock clock;
   TouchDevice device{clock};
+  std::string version = "stale", error = "stale";
 
  private:
   std::unique_ptr<ReadFW> reader_;
 };
 
-using Sleeps = std::vector<uint32_t>;
-
-// --- versions ---
-
-TEST_F(ReadFWTest, TouchVersionIsReadOverCol04InTheOrder7645) {
-  device.touchAnswer = {0x06, 0xB6, 0x00, 0x01, 0x02, 0x03, 0x04};
-  std::string version = "stale", error = "stale";
-  EXPECT_TRUE(Reader().ReadTouchVersion(version, error));
-  EXPECT_EQ(version, "4.3.1.2");
-  EXPECT_EQ(error, "");
-  EXPECT_EQ(Frames(device), std::vector<std::string>{"0E 07 B4 00 00 01 00 04 B6 00 00"});
-  EXPECT_EQ(device.sent[0].collection, Collection::kTouch);
-  EXPECT_EQ(clock.sleeps(), Sleeps{30});
-}
-
-TEST_F(ReadFWTest, TouchVersionNeedsTheB6Echo) {
-  device.touchAnswer = {0x06, 0x16, 0x00, 0x01, 0x02, 0x03, 0x04};
+struct VersionCase {
+  Query query;
+  std::vector<uint8_t> answer;  // from byte 1 on
+  bool ok;
   std::string version, error;
-  EXPECT_FALSE(Reader().ReadTouchVersion(version, error));
-  EXPECT_EQ(version, "");
-  EXPECT_EQ(error, "");
+};
+
+class VersionQueryTest : public ReadFWTest, public testing::WithParamInterface<VersionCase> {};
+
+TEST_P(VersionQueryTest, ReadsItsAnswer) {
+  const VersionCase& c = GetParam();
+  const bool touch = c.query == Query::kTouch;
+  (touch ? device.touchAnswer : device.forceAnswer) = c.answer;
+  EXPECT_EQ(Ask(c.query), c.ok);
+  EXPECT_EQ(version, c.version);
+  EXPECT_EQ(error, c.error);
+  EXPECT_EQ(Frames(device), Strings{touch ? kTouchRequest : kForceRequest});
+  EXPECT_EQ(device.sent[0].collection, touch ? sim::Collection::kTouch : sim::Collection::kForce);
+  EXPECT_EQ(clock.sleeps(), Sleeps{touch ? 30u : 150u});
 }
 
-TEST_F(ReadFWTest, ForceVersionIsReadOverCol05InTheOrder4567) {
-  device.forceAnswer = {0x06, 0x33, 0x00, 0x01, 0x02, 0x03, 0x04};
-  std::string version, error;
-  EXPECT_TRUE(Reader().ReadForceVersion(version, error));
-  EXPECT_EQ(version, "1.2.3.4");
-  EXPECT_EQ(error, "");
-  EXPECT_EQ(Frames(device), std::vector<std::string>{"0D 07 16 00 00 01 00 04 10 00 00"});
-  EXPECT_EQ(device.sent[0].collection, Collection::kForce);
-  EXPECT_EQ(clock.sleeps(), Sleeps{150});
-}
+INSTANTIATE_TEST_SUITE_P(Answers, VersionQueryTest, testing::Values(
+        // Touch fields come in the order 7.6.4.5, force fields 4.5.6.7.
+        VersionCase{Query::kTouch, {0x06, 0xB6, 0, 1, 2, 3, 4}, true, "4.3.1.2", ""},
+        VersionCase{Query::kTouch, {0x06, 0xB6, 0, 10, 0, 128, 255}, true, "255.128.10.0", ""},
+        VersionCase{Query::kTouch, {0x06, 0x16, 0, 1, 2, 3, 4}, false, "", ""},
+        VersionCase{Query::kTouch, {0x07, 0xB6, 0, 1, 2, 3, 4}, false, "", ""},
+        VersionCase{Query::kForce, {0x06, 0x33, 0, 1, 2, 3, 4}, true, "1.2.3.4", ""},
+        VersionCase{Query::kForce, {0x06, 0x16, 0, 200, 0, 0, 1}, true, "200.0.0.1", ""},
+        VersionCase{Query::kForce, {0x06, 0x16, 0, 0, 0, 0, 0}, false, "0.0.0.0", "err: read force device fail"},
+        VersionCase{Query::kForce, {0x05, 0x16, 0, 1, 2, 3, 4}, false, "", ""}));
 
-TEST_F(ReadFWTest, ForceVersionFailures) {
-  std::string version, error;
-  device.forceAnswer = {0x06, 0x16, 0x00, 0x00, 0x00, 0x00, 0x00};
-  EXPECT_FALSE(Reader().ReadForceVersion(version, error));
-  EXPECT_EQ(version, "0.0.0.0");
-  EXPECT_EQ(error, "err: read force device fail");
+// Each query is gated on a collection's handle; the version queries look at
+// the other collection, so a query may still send to an invalid handle.
+struct GateCase {
+  Query query;
+  std::u16string missing;
+  std::string error;
+  int failedSends;
+  Sleeps sleeps;
+};
 
-  device.forceAnswer = {0x05, 0x16, 0x00, 0x01, 0x02, 0x03, 0x04};
-  EXPECT_FALSE(Reader().ReadForceVersion(version, error));
-  EXPECT_EQ(version, "");
-  EXPECT_EQ(error, "");
-}
+class GateTest : public ReadFWTest, public testing::WithParamInterface<GateCase> {};
 
-TEST_F(ReadFWTest, VersionNumbersAreUnsigned) {
-  device.touchVersion = {255, 128, 10, 0};
-  device.forceVersion = {200, 0, 0, 1};
-  std::string touch, force, error;
-  ReadFW& reader = Reader();
-  EXPECT_TRUE(reader.ReadTouchVersion(touch, error));
-  EXPECT_TRUE(reader.ReadForceVersion(force, error));
-  EXPECT_EQ(touch, "255.128.10.0");
-  EXPECT_EQ(force, "200.0.0.1");
-}
-
-// The gates of the two version queries look at the other collection.
-TEST_F(ReadFWTest, TouchQueryWithoutCol04StillSendsToTheInvalidHandle) {
-  device.RemoveCollection(u"col04");
-  std::string version = "x", error = "x";
-  EXPECT_FALSE(Reader().ReadTouchVersion(version, error));
-  EXPECT_EQ(version, "");
-  EXPECT_EQ(error, "");
-  EXPECT_EQ(device.failedSends, 1);
-  EXPECT_EQ(device.failedReads, 1);
-  EXPECT_EQ(clock.sleeps(), Sleeps{30});
-}
-
-TEST_F(ReadFWTest, TouchQueryWithoutCol05Refuses) {
-  device.RemoveCollection(u"col05");
-  std::string version, error;
-  EXPECT_FALSE(Reader().ReadTouchVersion(version, error));
-  EXPECT_EQ(error, "err: open touch device fail");
+TEST_P(GateTest, RefusesOrSendsToTheInvalidHandle) {
+  const GateCase& c = GetParam();
+  device.RemoveCollection(c.missing);
+  EXPECT_FALSE(Ask(c.query));
+  EXPECT_EQ(error, c.error);
   EXPECT_TRUE(device.sent.empty());
-  EXPECT_EQ(device.failedSends, 0);
+  EXPECT_EQ(device.failedSends, c.failedSends);
+  EXPECT_EQ(clock.sleeps(), c.sleeps);
 }
 
-TEST_F(ReadFWTest, ForceQueryWithoutCol04Refuses) {
-  device.RemoveCollection(u"col04");
-  std::string version, error;
-  EXPECT_FALSE(Reader().ReadForceVersion(version, error));
-  EXPECT_EQ(version, "");
-  EXPECT_EQ(error, "err: open touch device fail");
-  EXPECT_TRUE(device.sent.empty());
-  EXPECT_TRUE(clock.sleeps().empty());
-}
-
-// --- calibration ---
+INSTANTIATE_TEST_SUITE_P(Gates, GateTest, testing::Values(GateCase{Query::kTouch, u"col04", "", 1, {30}},
+                    GateCase{Query::kTouch, u"col05", "err: open touch device fail", 0, {}},
+                    GateCase{Query::kForce, u"col04", "err: open touch device fail", 0, {}},
+                    GateCase{Query::kForce, u"col05", "", 1, {150}},
+                    GateCase{Query::kCalibration, u"col05", "err: open force device fail", 0, {}}));
 
 TEST_F(ReadFWTest, CalibrationReadSendsTheExactSequenceAndWritesSignedValues) {
   device.calibration = {0x0102, 0x0304, 0xFFFF, 0x8000, 12, 0, 7};
-  std::string text = "stale";
-  ASSERT_TRUE(Reader().ReadCalibrateData(text));
-  EXPECT_EQ(text, "258 772 -1 -32768 12 0 7");
-  // Requests keep bytes 9 and 10 of the command before them.
-  // Each command turns done 40 ms after it arrives; a report takes 1 ms.
-  EXPECT_EQ(Frames(device),
-            (std::vector<std::string>{kCommand12, kStatus12, kCommandBE, kStatusBE, kDataRequest,
-                                      kCommand13, kStatus13, kStatus13, kStatus13, kStatus13,
-                                      kStatus13}));
-  EXPECT_EQ(clock.sleeps(),
-            (Sleeps{150, 150, 300, 30, 1, 1, 1, 1, 1, 100, 6, 6, 6, 6, 6, 6}));
+  ASSERT_TRUE(Ask(Query::kCalibration));
+  EXPECT_EQ(error, "258 772 -1 -32768 12 0 7");
+  // Requests keep bytes 9 and 10 of the command before them. Each command
+  // turns done 40 ms after it arrives; a report takes 1 ms.
+  EXPECT_EQ(Frames(device), (Strings{kCommand12, kStatus12, kCommandBE, kStatusBE, kDataRequest, kCommand13,
+                                     kStatus13, kStatus13, kStatus13, kStatus13, kStatus13}));
+  EXPECT_EQ(clock.sleeps(), (Sleeps{150, 150, 300, 30, 1, 1, 1, 1, 1, 100, 6, 6, 6, 6, 6, 6}));
   EXPECT_FALSE(device.calibrationMode());
-}
-
-TEST_F(ReadFWTest, CalibrationReadTakesAtLeast730Ms) {
-  device.commandDelayMs = 0;
-  std::string text;
-  ASSERT_TRUE(Reader().ReadCalibrateData(text));
-  EXPECT_EQ(clock.sleeps(), (Sleeps{150, 150, 300, 30, 100, 6, 6}));
-  EXPECT_EQ(clock.TotalSleptMs() - 12, 730u);
-}
-
-TEST_F(ReadFWTest, ANeverReadyStatusTimesOutAfterFourWholeSeconds) {
-  device.neverReady = {0xBE};
-  std::string text;
-  EXPECT_FALSE(Reader().ReadCalibrateData(text));
-  EXPECT_EQ(text, "err: read force calibrate data fail");
-  // Two ms a poll (the 1 ms pause and the report): 4000 ms is 2000 polls; a
-  // time-out at 3 s would have given up after 1500.
-  size_t polls = 0;
-  for (uint32_t ms : clock.sleeps()) polls += ms == 1;
-  EXPECT_EQ(polls, 2000u);
-  // No data request; command 13 is still sent.
-  const std::vector<std::string> frames = Frames(device);
-  EXPECT_EQ(std::count(frames.begin(), frames.end(), kDataRequest), 0);
-  EXPECT_EQ(std::count(frames.begin(), frames.end(), kCommand13), 1);
-  EXPECT_FALSE(device.calibrationMode());
-}
-
-TEST_F(ReadFWTest, AZeroSumBlockIsRefusedUntilTheTimeOut) {
-  device.calibration = {0, 0, 0, 0, 0, 0, 0};
-  std::string text;
-  EXPECT_FALSE(Reader().ReadCalibrateData(text));
-  EXPECT_EQ(text, "err: read force calibrate data fail");
-  // Polled at once, without pauses: only the report time passes.
-  const Sleeps& sleeps = clock.sleeps();
-  EXPECT_EQ(std::count(sleeps.begin(), sleeps.end(), 10u), 0);
-  EXPECT_EQ(device.inputReports, 1 /*12*/ + 6 /*BE status*/ + 4000 /*data*/ + 5 /*13*/);
-
-  device.calibration = {0x8000, 0x8000, 1, 0xFFFF, 0, 0, 0};  // sums to -65536
-  EXPECT_FALSE(Reader().ReadCalibrateData(text));
 }
 
 TEST_F(ReadFWTest, BlocksNotReadyArePolledAtOnceAndBadChecksumsAfter10Ms) {
   device.commandDelayMs = 0;
   device.blocksNotReady = 3;
-  device.blocksWithBadChecksum = 2;
-  std::string text;
-  ASSERT_TRUE(Reader().ReadCalibrateData(text));
-  EXPECT_EQ(text, "258 772 -1 -32768 12 0 7");
+  device.blocksWithBadChecksum = 2;  // one wrong in its high byte, one in its low
+  ASSERT_TRUE(Ask(Query::kCalibration));
+  EXPECT_EQ(error, "258 772 -1 -32768 12 0 7");
   EXPECT_EQ(clock.sleeps(), (Sleeps{150, 150, 300, 30, 100, 10, 10, 6, 6}));
 }
 
-TEST_F(ReadFWTest, CalibrationWithoutCol05Refuses) {
-  device.RemoveCollection(u"col05");
-  std::string text;
-  EXPECT_FALSE(Reader().ReadCalibrateData(text));
-  EXPECT_EQ(text, "err: open force device fail");
-  EXPECT_TRUE(device.sent.empty());
-  EXPECT_TRUE(clock.sleeps().empty());
+TEST_F(ReadFWTest, ANeverReadyStatusTimesOutAfterFourWholeSeconds) {
+  device.neverReady = {0xBE};
+  EXPECT_FALSE(Ask(Query::kCalibration));
+  EXPECT_EQ(error, "err: read force calibrate data fail");
+  // Two ms a poll (the pause and the report): 4 s is 2000 polls, 3 s 1500.
+  EXPECT_EQ(std::count(clock.sleeps().begin(), clock.sleeps().end(), 1u), 2000);
+  const Strings frames = Frames(device);
+  EXPECT_EQ(std::count(frames.begin(), frames.end(), kDataRequest), 0);
+  EXPECT_EQ(std::count(frames.begin(), frames.end(), kCommand13), 1);
+  EXPECT_FALSE(device.calibrationMode());
+}
+
+TEST_F(ReadFWTest, BlocksThatSumToZeroAreRefusedWithoutPauses) {
+  for (const auto& block : {std::array<uint16_t, 7>{0, 0, 0, 0, 0, 0, 0},
+                            std::array<uint16_t, 7>{0x8000, 0x8000, 1, 0xFFFF, 0, 0, 0}}) {
+    device.calibration = block;
+    device.inputReports = 0;
+    EXPECT_FALSE(Ask(Query::kCalibration));
+    EXPECT_EQ(error, "err: read force calibrate data fail");
+    EXPECT_EQ(std::count(clock.sleeps().begin(), clock.sleeps().end(), 10u), 0);
+    EXPECT_EQ(device.inputReports, 1 /*12*/ + 6 /*BE status*/ + 4000 /*data*/ + 5 /*13*/);
+  }
 }
 
 TEST_F(ReadFWTest, BeginAndEndGiveUpAfterTenAttempts) {
@@ -225,10 +173,9 @@ TEST_F(ReadFWTest, BeginAndEndGiveUpAfterTenAttempts) {
   EXPECT_EQ(clock.sleeps(), Sleeps(20, 150));
   EXPECT_EQ(device.sent.size(), 20u);
   clock.ClearSleeps();
-  device.sent.clear();
   EXPECT_FALSE(reader.EndCalibrateRead());
   EXPECT_EQ(clock.sleeps(), Sleeps(11, 6));
-  EXPECT_EQ(device.sent.size(), 11u);
+  EXPECT_EQ(device.sent.size(), 31u);
 }
 
 TEST_F(ReadFWTest, ARawReadWhoseCommandCannotBeSentFailsAtOnce) {
@@ -236,35 +183,6 @@ TEST_F(ReadFWTest, ARawReadWhoseCommandCannotBeSentFailsAtOnce) {
   std::vector<uint16_t> values;
   EXPECT_FALSE(Reader().ReadCalibrateRaw(values, 3.0));
   EXPECT_TRUE(clock.sleeps().empty());
-  EXPECT_EQ(device.failedSends, 1);
-}
-
-// --- handles ---
-
-TEST_F(ReadFWTest, CloseHandlesClosesBothAndDestructionClosesThemAgainHarmlessly) {
-  {
-    ReadFW reader(device, clock);
-    reader.Init();
-    reader.CloseHandles();
-    EXPECT_EQ(device.closes, 2);
-    EXPECT_TRUE(reader.touch.IsOpen());
-    EXPECT_TRUE(reader.force.IsOpen());
-  }
-  EXPECT_EQ(device.closes, 2);
-  EXPECT_EQ(device.failedCloses, 2);
-}
-
-TEST_F(ReadFWTest, DefaultConstructionUsesTheInstalledHostAndClock) {
-  Environment env;
-  env.hid = &device;
-  env.clock = &clock;
-  ScopedEnvironment scope(env);
-  ReadFW reader;
-  reader.Init();
-  std::string version, error;
-  EXPECT_TRUE(reader.ReadForceVersion(version, error));
-  EXPECT_EQ(version, "5.6.7.8");
-  EXPECT_EQ(clock.sleeps(), Sleeps{150});
 }
 
 }  // namespace

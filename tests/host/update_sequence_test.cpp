@@ -13,7 +13,8 @@ namespace calder {
 namespace {
 
 using test::FakeSystem;
-using test::LogCapture;
+using Strings = std::vector<std::string>;
+const char kFinish[] = "finish---------------------------------------";
 
 // The phases stand in through the phase table and record into the same call
 // list as the fake system, so one list shows the whole order.
@@ -22,30 +23,22 @@ struct PhaseScript {
   int touchpad = 0;
   bool force = true;
   int version = 0;
-  std::vector<std::string> touchpadArgs;
+  Strings touchpadArgs;
 };
 FakeSystem* g_sys = nullptr;
 VirtualClock* g_clock = nullptr;
 PhaseScript* g_script = nullptr;
 
-bool FakeReset() {
-  g_sys->calls.push_back("WMIBiosTPReset");
-  return g_script->reset;
-}
+int Called(const std::string& call, int result) { return g_sys->calls.push_back(call), result; }
+bool FakeReset() { return Called("WMIBiosTPReset", g_script->reset); }
+bool FakeForce() { return Called("UpgradeForceFW", g_script->force); }
+int FakeVersion() { return Called("VersionReport", g_script->version); }
 int FakeTouchpad(int argc, char** argv) {
-  g_sys->calls.push_back("TPMain after " + std::to_string(g_clock->TotalSleptMs()) + " ms");
   g_script->touchpadArgs.assign(argv, argv + argc);
-  return g_script->touchpad;
-}
-bool FakeForce() {
-  g_sys->calls.push_back("UpgradeForceFW");
-  return g_script->force;
-}
-int FakeVersion() {
-  g_sys->calls.push_back("VersionReport");
-  return g_script->version;
+  return Called("TPMain after " + std::to_string(g_clock->TotalSleptMs()) + " ms", g_script->touchpad);
 }
 
+const char kTpFile[] = "C:\\Tools\\Calder\\TP\\tp_fw.bin";
 const char kMarker[] = "C:\\ProgramData\\KORU\\KoruDeviceService\\Calder_ProcessPath.txt";
 
 class UpdateSequenceTest : public testing::Test {
@@ -57,11 +50,11 @@ class UpdateSequenceTest : public testing::Test {
     Phases() = UpdatePhases{&FakeReset, &FakeTouchpad, &FakeForce, &FakeVersion};
     sys.Into(&env);
     env.clock = &clock;
-    sys.AddFile("C:\\Tools\\Calder\\TP\\tp_fw.bin");
+    sys.AddFile(kTpFile);
   }
   ~UpdateSequenceTest() override { Phases() = saved_; }
 
-  int Run(std::vector<std::string> args) {
+  int Run(Strings args) {
     ScopedEnvironment scope(env);
     args.insert(args.begin(), "calder.exe");
     std::vector<char*> argv;
@@ -74,122 +67,86 @@ class UpdateSequenceTest : public testing::Test {
   VirtualClock clock;
   Environment env;
   PhaseScript script;
-  LogCapture log;
+  test::LogCapture log;
 
  private:
   UpdatePhases saved_;
 };
 
-const std::vector<std::string> kPowerOn = {
-    "PowerCreateRequest Firmware screen update in progress", "PowerSetRequest Display",
-    "PowerSetRequest System"};
-const std::vector<std::string> kPowerOff = {"PowerClearRequest Display", "PowerClearRequest System",
-                                            "CloseHandle"};
+const Strings kPowerOn = {"PowerCreateRequest Firmware screen update in progress", "PowerSetRequest Display",
+                          "PowerSetRequest System"};
+const Strings kPowerOff = {"PowerClearRequest Display", "PowerClearRequest System", "CloseHandle"};
 
-std::vector<std::string> Concat(std::vector<std::vector<std::string>> parts) {
-  std::vector<std::string> out;
+Strings Concat(std::vector<Strings> parts) {
+  Strings out;
   for (auto& p : parts) out.insert(out.end(), p.begin(), p.end());
   return out;
 }
 
-TEST_F(UpdateSequenceTest, FullSuccessRunsEveryPhaseInOrderAndRemovesTheMarker) {
-  EXPECT_EQ(Run({"--update", "ignored"}), 0);
-  EXPECT_EQ(sys.calls, Concat({kPowerOn,
-                               {"CoInitializeEx", "ListFolder C:\\Tools\\Calder\\TP\\*",
-                                "WMIBiosTPReset", "TPMain after 3000 ms", "UpgradeForceFW",
-                                "CoUninitialize"},
-                               kPowerOff}));
+std::string I(const std::string& message) { return "INFO calder.cpp: " + message; }
+const Strings kUntilReset = {"CoInitializeEx", "ListFolder C:\\Tools\\Calder\\TP\\*", "WMIBiosTPReset",
+                             "TPMain after 3000 ms"};
+const Strings kBothPhases = Concat({kUntilReset, {"UpgradeForceFW", "CoUninitialize"}});
+const Strings kTouchpadDone = {I("tp update success"), I("---tp update over---"), I("---start force update---")};
+
+struct RunCase {
+  const char* name;
+  Strings args;
+  PhaseScript phases;
+  long com;
+  int rc;
+  Strings calls;  // between taking and giving back the power request
+  std::vector<int> posts;
+  bool markerLeft;
+  Strings log;
+};
+
+class MainTest : public UpdateSequenceTest, public testing::WithParamInterface<RunCase> {};
+
+TEST_P(MainTest, RunsItsPathAndReturnsItsResult) {
+  const RunCase& c = GetParam();
+  script = c.phases;
+  sys.comResult = c.com;
+  EXPECT_EQ(Run(c.args), c.rc);
+  EXPECT_EQ(sys.calls, Concat({kPowerOn, c.calls, kPowerOff}));
+  EXPECT_EQ(sys.posts, c.posts);
+  EXPECT_EQ(sys.HasFile(kMarker), c.markerLeft);
+  EXPECT_EQ(log.Lines(), c.log);
+}
+
+const PhaseScript kGood;
+INSTANTIATE_TEST_SUITE_P(Paths, MainTest, testing::Values(
+        RunCase{"NoArgument", {}, kGood, 0, 0, {}, {}, false, {I(kFinish)}},
+        RunCase{"WrongCase", {"--UPDATE"}, kGood, 0, 1, {}, {}, false, {I("invalid input")}},
+        RunCase{"Version", {"--version", "extra"}, {true, 0, true, 1, {}}, 0, 1, {"VersionReport"}, {}, false, {}},
+        RunCase{"FullUpdate", {"--update", "ignored"}, kGood, 0, 0, kBothPhases, {20}, false,
+                Concat({{I("---start tp update---"), I("WMIBiosTPReset success")}, kTouchpadDone,
+                        {I("force update success")}})},
+        RunCase{"ResetFails", {"--update"}, {false, 0, true, 0, {}}, 0, 0, kBothPhases, {20}, false,
+                Concat({{I("---start tp update---"), I("WMIBiosTPReset failed")}, kTouchpadDone,
+                        {I("force update success")}})},
+        RunCase{"TouchpadFails", {"--update"}, {true, 7, true, 0, {}}, 0, 1, kUntilReset, {}, true,
+                {I("---start tp update---"), I("WMIBiosTPReset success"), "ERROR calder.cpp: tp update failed"}},
+        RunCase{"ForceFails", {"--update"}, {true, 0, false, 0, {}}, 0, 1, kBothPhases, {20}, true,
+                Concat({{I("---start tp update---"), I("WMIBiosTPReset success")}, kTouchpadDone,
+                        {"ERROR calder.cpp: force update failed"}})},
+        RunCase{"ComFails", {"--update"}, kGood, -2147417850L, 1, {"CoInitializeEx"}, {}, false,
+                {I("CoInitializeEx failed: -2147417850")}}),
+    [](const testing::TestParamInfo<RunCase>& info) { return std::string(info.param.name); });
+
+TEST_F(UpdateSequenceTest, TheTouchpadGetsTheFirstFileOfItsFolderOrAnEmptyPath) {
+  EXPECT_EQ(Run({"--update"}), 0);
+  EXPECT_EQ(script.touchpadArgs, (Strings{"TPUpdate.exe", "upgrade", kTpFile}));
   EXPECT_EQ(clock.sleeps(), std::vector<uint32_t>{3000});
-  EXPECT_EQ(script.touchpadArgs,
-            (std::vector<std::string>{"TPUpdate.exe", "upgrade", "C:\\Tools\\Calder\\TP\\tp_fw.bin"}));
-  EXPECT_EQ(sys.posts, std::vector<int>{20});
-  EXPECT_FALSE(sys.HasFile(kMarker));
-  EXPECT_EQ(log.Lines(), (std::vector<std::string>{
-                             "INFO calder.cpp: ---start tp update---",
-                             "INFO calder.cpp: WMIBiosTPReset success",
-                             "INFO calder.cpp: tp update success",
-                             "INFO calder.cpp: ---tp update over---",
-                             "INFO calder.cpp: ---start force update---",
-                             "INFO calder.cpp: force update success"}));
-}
-
-TEST_F(UpdateSequenceTest, FailedBiosResetIsLoggedAndIgnored) {
-  script.reset = false;
-  EXPECT_EQ(Run({"--update"}), 0);
-  EXPECT_TRUE(log.Contains("WMIBiosTPReset failed"));
-  EXPECT_EQ(log.entries()[1].level, "INFO");
-}
-
-TEST_F(UpdateSequenceTest, TouchpadFailureSkipsForceKeepsMarkerAndComAndPostsNothing) {
-  script.touchpad = 7;
-  EXPECT_EQ(Run({"--update"}), 1);
-  EXPECT_EQ(sys.calls, Concat({kPowerOn,
-                               {"CoInitializeEx", "ListFolder C:\\Tools\\Calder\\TP\\*",
-                                "WMIBiosTPReset", "TPMain after 3000 ms"},
-                               kPowerOff}));
-  EXPECT_TRUE(sys.HasFile(kMarker));
-  EXPECT_TRUE(sys.posts.empty());
-  EXPECT_EQ(log.Lines().back(), "ERROR calder.cpp: tp update failed");
-}
-
-TEST_F(UpdateSequenceTest, ForceFailureUninitialisesComButKeepsTheMarker) {
-  script.force = false;
-  EXPECT_EQ(Run({"--update"}), 1);
-  EXPECT_EQ(sys.calls[sys.calls.size() - 4], "CoUninitialize");
-  EXPECT_TRUE(sys.HasFile(kMarker));
-  EXPECT_EQ(sys.posts, std::vector<int>{20});
-  EXPECT_EQ(log.Lines().back(), "ERROR calder.cpp: force update failed");
-}
-
-TEST_F(UpdateSequenceTest, MarkerFromAFailedRunIsRemovedByTheNextGoodRun) {
-  script.force = false;
-  EXPECT_EQ(Run({"--update"}), 1);
-  script.force = true;
-  EXPECT_EQ(Run({"--update"}), 0);
-  EXPECT_FALSE(sys.HasFile(kMarker));
-}
-
-TEST_F(UpdateSequenceTest, ComFailureStopsBeforeTheMarkerWithASignedCode) {
-  sys.comResult = -2147417850L;  // RPC_E_CHANGED_MODE
-  EXPECT_EQ(Run({"--update"}), 1);
-  EXPECT_EQ(log.Lines(), std::vector<std::string>{"INFO calder.cpp: CoInitializeEx failed: -2147417850"});
-  EXPECT_FALSE(sys.HasFile(kMarker));
-  EXPECT_EQ(sys.calls, Concat({kPowerOn, {"CoInitializeEx"}, kPowerOff}));
-}
-
-TEST_F(UpdateSequenceTest, MissingTouchpadFolderPassesAnEmptyPath) {
   sys.files.clear();
   EXPECT_EQ(Run({"--update"}), 0);
-  EXPECT_EQ(script.touchpadArgs, (std::vector<std::string>{"TPUpdate.exe", "upgrade", ""}));
+  EXPECT_EQ(script.touchpadArgs, (Strings{"TPUpdate.exe", "upgrade", ""}));
 }
 
-TEST_F(UpdateSequenceTest, NoArgumentFinishesAtOnce) {
-  EXPECT_EQ(Run({}), 0);
-  EXPECT_EQ(sys.calls, Concat({kPowerOn, kPowerOff}));
-  EXPECT_EQ(log.Lines(),
-            std::vector<std::string>{"INFO calder.cpp: finish---------------------------------------"});
-}
-
-TEST_F(UpdateSequenceTest, UnknownOrWrongCaseCommandIsRefused) {
-  for (const char* arg : {"--UPDATE", "update", "", "--version2"}) {
-    log.Clear();
-    EXPECT_EQ(Run({arg}), 1) << arg;
-    EXPECT_EQ(log.Lines(), std::vector<std::string>{"INFO calder.cpp: invalid input"}) << arg;
-  }
-  EXPECT_TRUE(sys.files.empty() || !sys.HasFile(kMarker));
-}
-
-TEST_F(UpdateSequenceTest, VersionDispatchesToTheReportAndReturnsItsResult) {
-  script.version = 1;
-  EXPECT_EQ(Run({"--version", "extra"}), 1);
-  EXPECT_EQ(sys.calls, Concat({kPowerOn, {"VersionReport"}, kPowerOff}));
-}
-
-TEST_F(UpdateSequenceTest, InvalidPowerHandleIsNeitherSetNorCleared) {
+TEST_F(UpdateSequenceTest, AnInvalidPowerHandleIsNeitherSetNorCleared) {
   sys.powerHandle = kInvalidPowerRequest;
   EXPECT_EQ(Run({}), 0);
-  EXPECT_EQ(sys.calls,
-            std::vector<std::string>{"PowerCreateRequest Firmware screen update in progress"});
+  EXPECT_EQ(sys.calls, Strings{"PowerCreateRequest Firmware screen update in progress"});
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -53,63 +54,41 @@ class VersionReportTest : public testing::Test {
   std::string out;
 };
 
-TEST_F(VersionReportTest, EverythingReadablePrintsTouchpadThenForceVersion) {
-  device.touchVersion = {1, 2, 3, 4};
-  device.forceVersion = {5, 6, 7, 8};
-  EXPECT_EQ(Run(), 0);
-  EXPECT_EQ(out, "compound version:1.2.3.4.5.6.7.8\n");
-  EXPECT_EQ(log.Lines(), (Lines{"INFO calder.cpp: calidata: 258 772 -1 -32768 12 0 7",
-                                "INFO calder.cpp: tp version : 1.2.3.4 force version : 5.6.7.8",
-                                "INFO calder.cpp: finish---------------------------------------"}));
-  // Queried calibration, force, touchpad, although printed the other way.
-  EXPECT_EQ(Queries(), (Lines{"calibration", "force version", "touch version"}));
-  // Closed by the report, then once more by the release.
-  EXPECT_EQ(device.closes, 2);
-  EXPECT_EQ(device.failedCloses, 2);
+const char kCalidata[] = "INFO calder.cpp: calidata: 258 772 -1 -32768 12 0 7";
+
+struct ReportCase {
+  const char* name;
+  std::function<void(TouchDevice&)> device;
+  int rc;
+  std::string out;
+  Lines log;
+  Lines queries;
+  int failedCloses;  // the report closes the handles only on success; the release closes them again
+};
+
+class ReportTest : public VersionReportTest, public testing::WithParamInterface<ReportCase> {};
+
+TEST_P(ReportTest, PrintsTheCompoundVersionOrTheFallback) {
+  GetParam().device(device);
+  EXPECT_EQ(Run(), GetParam().rc);
+  EXPECT_EQ(out, GetParam().out);
+  EXPECT_EQ(log.Lines(), GetParam().log);
+  EXPECT_EQ(Queries(), GetParam().queries);
+  EXPECT_EQ(device.closes, device.interfaces.empty() ? 0 : 2);
+  EXPECT_EQ(device.failedCloses, GetParam().failedCloses);
 }
 
-TEST_F(VersionReportTest, NoTouchDeviceFailsAtTheCalibrationRead) {
-  device.interfaces.clear();
-  EXPECT_EQ(Run(), 1);
-  EXPECT_EQ(out, kFallback);
-  EXPECT_EQ(log.Lines(), Lines{"ERROR calder.cpp: err: open force device fail"});
-  EXPECT_TRUE(device.sent.empty());
-}
-
-TEST_F(VersionReportTest, UnreadableCalibrationFailsBeforeAnyVersionIsRead) {
-  device.neverReady = {0xBE};
-  EXPECT_EQ(Run(), 1);
-  EXPECT_EQ(out, kFallback);
-  EXPECT_EQ(log.Lines(), Lines{"ERROR calder.cpp: err: read force calibrate data fail"});
-  EXPECT_EQ(Queries(), Lines{"calibration"});
-}
-
-TEST_F(VersionReportTest, AFailedForceQueryStopsTheReport) {
-  device.forceVersion = {0, 0, 0, 0};
-  EXPECT_EQ(Run(), 1);
-  EXPECT_EQ(out, kFallback);
-  EXPECT_EQ(log.Lines(), (Lines{"INFO calder.cpp: calidata: 258 772 -1 -32768 12 0 7",
-                                "ERROR calder.cpp: err: read force device fail"}));
-  EXPECT_EQ(Queries(), (Lines{"calibration", "force version"}));
-  // Only the release closes the handles on a failure.
-  EXPECT_EQ(device.closes, 2);
-  EXPECT_EQ(device.failedCloses, 0);
-}
-
-TEST_F(VersionReportTest, AWrongTouchAnswerLogsAnEmptyError) {
-  device.touchAnswer = {0x06, 0x00, 0x00, 1, 2, 3, 4};
-  EXPECT_EQ(Run(), 1);
-  EXPECT_EQ(out, kFallback);
-  EXPECT_EQ(log.Lines().back(), "ERROR calder.cpp: ");
-  EXPECT_EQ(Queries(), (Lines{"calibration", "force version", "touch version"}));
-}
-
-TEST_F(VersionReportTest, MissingCol05FailsTheCalibrationRead) {
-  device.RemoveCollection(u"col05");
-  EXPECT_EQ(Run(), 1);
-  EXPECT_EQ(out, kFallback);
-  EXPECT_EQ(log.Lines(), Lines{"ERROR calder.cpp: err: open force device fail"});
-}
+INSTANTIATE_TEST_SUITE_P(Cases, ReportTest, testing::Values(
+        // Queried calibration, force, touchpad, although printed the other way.
+        ReportCase{"AllReadable", [](TouchDevice&) {}, 0, "compound version:1.2.3.4.5.6.7.8\n",
+                   {kCalidata, "INFO calder.cpp: tp version : 1.2.3.4 force version : 5.6.7.8",
+                    "INFO calder.cpp: finish---------------------------------------"},
+                   {"calibration", "force version", "touch version"}, 2},
+        ReportCase{"NoDevice", [](TouchDevice& d) { d.interfaces.clear(); }, 1, kFallback,
+                   {"ERROR calder.cpp: err: open force device fail"}, {}, 0},
+        ReportCase{"ZeroForceVersion", [](TouchDevice& d) { d.forceVersion = {0, 0, 0, 0}; }, 1, kFallback,
+                   {kCalidata, "ERROR calder.cpp: err: read force device fail"}, {"calibration", "force version"}, 0}),
+    [](const testing::TestParamInfo<ReportCase>& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace calder

@@ -1,6 +1,7 @@
 #include "tests/support/fake_system.h"
 
 #include <algorithm>
+#include <cwchar>
 #include <string>
 
 namespace calder::test {
@@ -10,18 +11,29 @@ const char* TypeName(PowerRequestType type) {
   return type == PowerRequestType::DisplayRequired ? "Display" : "System";
 }
 
+bool Has(const std::vector<std::string>& list, const std::string& item) {
+  return std::find(list.begin(), list.end(), item) != list.end();
+}
+
+// The name of the entry that path is directly inside folder; empty if none.
+std::string ChildName(const std::string& folder, const std::string& path) {
+  const std::string prefix = folder + "\\";
+  if (path.size() <= prefix.size() || path.compare(0, prefix.size(), prefix) != 0) return "";
+  const std::string name = path.substr(prefix.size());
+  return name.find('\\') == std::string::npos ? name : "";
+}
+
 }  // namespace
 
 bool FakeSystem::MakeFolder(const std::string& path) {
   createdDirs.push_back(path);
-  if (std::find(folders.begin(), folders.end(), path) != folders.end()) return false;
+  if (Has(folders, path)) return false;
   folders.push_back(path);
   return true;
 }
 
 bool FakeSystem::WriteNewFile(const std::string& path, const void* data, size_t size) {
-  const std::string folder = path.substr(0, path.find_last_of('\\'));
-  if (std::find(folders.begin(), folders.end(), folder) == folders.end()) return false;
+  if (!Has(folders, path.substr(0, path.find_last_of('\\')))) return false;
   files[path] = std::string(static_cast<const char*>(data), size);
   return true;
 }
@@ -33,21 +45,14 @@ bool FakeSystem::ListFolder(const std::string& pattern,
   calls.push_back("ListFolder " + pattern);
   if (pattern.size() < 2 || pattern.compare(pattern.size() - 2, 2, "\\*") != 0) return false;
   const std::string folder = pattern.substr(0, pattern.size() - 2);
-  if (std::find(folders.begin(), folders.end(), folder) == folders.end()) return false;
+  if (!Has(folders, folder)) return false;
   // Like NTFS: ".", "..", then names in order, folders and files mixed.
   std::map<std::string, bool> entries;
   for (const std::string& f : folders) {
-    if (f.size() > folder.size() + 1 && f.compare(0, folder.size() + 1, folder + "\\") == 0 &&
-        f.find('\\', folder.size() + 1) == std::string::npos) {
-      entries[f.substr(folder.size() + 1)] = true;
-    }
+    if (!ChildName(folder, f).empty()) entries[ChildName(folder, f)] = true;
   }
   for (const auto& file : files) {
-    const std::string& f = file.first;
-    if (f.size() > folder.size() + 1 && f.compare(0, folder.size() + 1, folder + "\\") == 0 &&
-        f.find('\\', folder.size() + 1) == std::string::npos) {
-      entries[f.substr(folder.size() + 1)] = false;
-    }
+    if (!ChildName(folder, file.first).empty()) entries[ChildName(folder, file.first)] = false;
   }
   if (!visit({".", true}) || !visit({"..", true})) return true;
   for (const auto& e : entries) {
@@ -57,9 +62,7 @@ bool FakeSystem::ListFolder(const std::string& pattern,
 }
 
 PowerRequestHandle FakeSystem::Create(const wchar_t* reason) {
-  std::string narrow;
-  for (const wchar_t* p = reason; *p != 0; ++p) narrow.push_back(static_cast<char>(*p));
-  calls.push_back("PowerCreateRequest " + narrow);
+  calls.push_back("PowerCreateRequest " + std::string(reason, reason + std::wcslen(reason)));
   return powerHandle;
 }
 
@@ -94,12 +97,10 @@ void FakeSystem::AddFile(const std::string& path, const std::string& content) {
 }
 
 void FakeSystem::AddFolder(const std::string& path) {
-  size_t pos = 0;
-  while ((pos = path.find('\\', pos + 1)) != std::string::npos) {
-    const std::string prefix = path.substr(0, pos);
-    if (std::find(folders.begin(), folders.end(), prefix) == folders.end()) folders.push_back(prefix);
+  for (size_t pos = path.find('\\', 1);; pos = path.find('\\', pos + 1)) {
+    if (!Has(folders, path.substr(0, pos))) folders.push_back(path.substr(0, pos));
+    if (pos == std::string::npos) return;
   }
-  if (std::find(folders.begin(), folders.end(), path) == folders.end()) folders.push_back(path);
 }
 
 }  // namespace calder::test

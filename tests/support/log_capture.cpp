@@ -12,38 +12,32 @@ std::mutex g_mutex;
 std::vector<LogEntry> g_entries;
 bool g_capturing = false;
 
-std::string BaseName(const std::string& path) {
-  const size_t slash = path.find_last_of("\\/");
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
 class Dispatch : public el::LogDispatchCallback {
  protected:
   void handle(const el::LogDispatchData* data) override {
     std::lock_guard<std::mutex> lock(g_mutex);
     if (!g_capturing) return;
     const el::LogMessage* msg = data->logMessage();
-    g_entries.push_back({el::LevelHelper::convertToString(msg->level()), BaseName(msg->file()),
-                         msg->message()});
+    const std::string& file = msg->file();
+    g_entries.push_back({el::LevelHelper::convertToString(msg->level()),
+                         file.substr(file.find_last_of("\\/") + 1), msg->message()});
   }
 };
 
-constexpr char kDispatchId[] = "calder-test-capture";
+void Capture(bool on) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  g_entries.clear();
+  g_capturing = on;
+}
 
 }  // namespace
 
 LogCapture::LogCapture() {
-  el::Helpers::installLogDispatchCallback<Dispatch>(kDispatchId);
-  std::lock_guard<std::mutex> lock(g_mutex);
-  g_entries.clear();
-  g_capturing = true;
+  el::Helpers::installLogDispatchCallback<Dispatch>("calder-test-capture");
+  Capture(true);
 }
 
-LogCapture::~LogCapture() {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  g_capturing = false;
-  g_entries.clear();
-}
+LogCapture::~LogCapture() { Capture(false); }
 
 const std::vector<LogEntry>& LogCapture::entries() const { return g_entries; }
 
@@ -64,10 +58,7 @@ bool LogCapture::Contains(const std::string& message) const {
   return std::find(all.begin(), all.end(), message) != all.end();
 }
 
-void LogCapture::Clear() {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  g_entries.clear();
-}
+void LogCapture::Clear() { Capture(true); }
 
 void QuietDefaultLogger() {
   el::Configurations config;
