@@ -56,6 +56,15 @@ bool FakeSystem::ListFolder(const std::string& pattern,
   return true;
 }
 
+PathFacts FakeSystem::Inspect(const std::string& path) {
+  const auto odd = oddPaths.find(path);
+  if (odd != oddPaths.end()) return odd->second;
+  PathFacts facts;
+  facts.exists = HasFile(path) || std::find(folders.begin(), folders.end(), path) != folders.end();
+  if (facts.exists) facts.owner = PathOwner::kSystemOrAdministrators;
+  return facts;
+}
+
 PowerRequestHandle FakeSystem::Create(const wchar_t* reason) {
   std::string narrow;
   for (const wchar_t* p = reason; *p != 0; ++p) narrow.push_back(static_cast<char>(*p));

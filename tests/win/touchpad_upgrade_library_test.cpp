@@ -35,7 +35,7 @@ TEST(Win32UpgradeLibrary, MissingDllFailsEveryCallWithItsReason) {
 }
 
 TEST(Win32UpgradeLibrary, MissingEntryPointBindsNothing) {
-  Win32UpgradeLibrary library(L"kernel32.dll");
+  Win32UpgradeLibrary library(L"C:\\windows\\system32\\kernel32.dll");
   EXPECT_EQ(library.Init(nullptr), kUpgradeEntryPointNotFound);
   EXPECT_EQ(library.BindError(), "kernel32.dll has no entry point btl_upgrade_init");
   library.Deinit();
