@@ -17,7 +17,7 @@ import unittest
 from pathlib import Path
 
 import test_force_update as force_e2e
-from calder_e2e import BUILD, WINEPREFIX, Result, Stage, windows_path
+from calder_e2e import BUILD, WINEPREFIX, Result, Stage, hid_standins_in_system32, windows_path
 
 UPGRADE_DLL = BUILD / "sim" / "btl_upgrade" / "btl_upgrade.dll"
 BRIDGE_DLL = BUILD / "stand-ins" / "btl_hid_transfer.dll"
@@ -499,11 +499,11 @@ class MatrixStage(Stage):
     def run_row(self, row):
         env = {"BTL_SIM_RECORD": windows_path(self.record)}
         env.update(row.tp_env)
-        if row.touch:
-            env["WINEDLLOVERRIDES"] = HID_OVERRIDES
-            env.update(row.hid_env)
         if self.record.exists():
             self.record.unlink()
+        if row.touch:
+            with hid_standins_in_system32(self.prefix.path) as overrides:
+                return self.run(*row.args, env={**env, **row.hid_env, **overrides})
         return self.run(*row.args, env=env)
 
     # The sensor stand-in's files, read as the force phase's own test reads them.
