@@ -30,9 +30,9 @@ struct ChainCase {
   std::string reason;
 };
 
-class FolderChain : public ::testing::TestWithParam<ChainCase> {};
+class FolderChainTrust : public ::testing::TestWithParam<ChainCase> {};
 
-TEST_P(FolderChain, RefusesTheFirstFolderThatIsNotPlainAndAdministratorOwned) {
+TEST_P(FolderChainTrust, RefusesTheFirstFolderThatIsNotPlainAndAdministratorOwned) {
   const ChainCase& c = GetParam();
   FakeSystem sys;
   sys.AddFolder(kLog);
@@ -48,7 +48,7 @@ const char kOtherOwner[] =
     "is owned by someone other than SYSTEM, Administrators, TrustedInstaller or this account";
 
 INSTANTIATE_TEST_SUITE_P(
-    Cases, FolderChain,
+    Cases, FolderChainTrust,
     ::testing::Values(
         ChainCase{"Plain", "", {}, kLog, "", ""},
         ChainCase{"RootIsAJunction", kKoru, Link(), kLog, kKoru, kLink},
