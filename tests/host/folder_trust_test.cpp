@@ -30,6 +30,8 @@ struct ChainCase {
   std::string reason;
 };
 
+void PrintTo(const ChainCase& c, std::ostream* os) { *os << c.name; }
+
 class FolderChainTrust : public ::testing::TestWithParam<ChainCase> {};
 
 TEST_P(FolderChainTrust, RefusesTheFirstFolderThatIsNotPlainAndAdministratorOwned) {
