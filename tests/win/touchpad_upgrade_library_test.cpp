@@ -15,12 +15,12 @@ void CountProgress(int32_t, const char*) { ++g_progressCalls; }
 void IgnoreLog(int32_t, const char*) {}
 
 // The stand-in DLL is built into sim\btl_upgrade beside this test program.
-void UseStandInFolder() {
+std::wstring StandInPath() {
   wchar_t exe[MAX_PATH] = {};
   GetModuleFileNameW(nullptr, exe, MAX_PATH);
   std::wstring folder(exe);
   folder.resize(folder.find_last_of(L"\\/"));
-  SetDllDirectoryW((folder + L"\\sim\\btl_upgrade").c_str());
+  return folder + L"\\sim\\btl_upgrade\\btl_upgrade.dll";
 }
 
 TEST(Win32UpgradeLibrary, MissingDllFailsEveryCallWithItsReason) {
@@ -42,8 +42,7 @@ TEST(Win32UpgradeLibrary, MissingEntryPointBindsNothing) {
 }
 
 TEST(Win32UpgradeLibrary, StandInAnswersThroughTheTypedTable) {
-  UseStandInFolder();
-  Win32UpgradeLibrary library;
+  Win32UpgradeLibrary library(StandInPath().c_str());
   btl_upgrade_config config =
       BuildUpgradeConfig("ACPI\\BLTP7853", 0x41, 1, &CountProgress, &IgnoreLog);
   ASSERT_EQ(library.Init(&config), 0) << library.BindError();
