@@ -1,7 +1,9 @@
 """calder.exe runs elevated, so libraries are planted as an attacker would:
 copies of a DLL that records its own load, named like the vendor, HID and
 SetupAPI libraries, in the folder calder.exe is started from and in a folder on
-PATH. None may load; calder.exe takes today's missing-library and no-device
+PATH, and for --version HID and SetupAPI beside calder.exe too (in --update
+Wine's WMI provider takes setupapi.dll from the application folder, which is
+trusted). None may load; calder.exe takes today's missing-library and no-device
 paths. The log folder's chain is then planted with a link and a foreign owner,
 as far as Wine shows them (a Unix symbolic link is a reparse point to Wine; a
 folder of another Unix user is owned by someone else)."""
@@ -50,6 +52,9 @@ class PlantedLibrariesTest(unittest.TestCase):
                 ("version-no-hid", [UPGRADE_DLL, BRIDGE_DLL], ["--version"], 1, [
                     "ERROR calder.cpp: err: open force device fail"])]:
             stage = PlantedStage("planted-" + name, *beside)
+            if "--version" in args:  # nothing but calder.exe's own code loads these
+                for dll in NAMES[2:]:  # here: from the system folder, not its own
+                    stage.copy_in(PLANTED, dll)
             result = stage.run(*args)
             self.assertEqual(stage.loaded(), [], name)
             self.assertEqual(result.rc, rc, name)
