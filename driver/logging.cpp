@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "driver/folder_trust.h"
 #include "base/log.h"
 #include "platform/environment.h"
 #include "platform/file_system.h"
@@ -12,10 +13,41 @@ namespace calder {
 const char kLogFolder[] = "C:\\ProgramData\\KORU\\KoruDeviceService\\log";
 const char kMarkerFolder[] = "C:\\ProgramData\\KORU\\KoruDeviceService";
 const char kMarkerFileName[] = "Calder_ProcessPath.txt";
+const char kTrustRoot[] = "C:\\ProgramData\\KORU";
 const char kLogFormat[] = "%datetime{%Y-%M-%d %H:%m:%s.%g} %level %fbase %line: %msg";
 
 namespace {
+
 constexpr size_t kPathBuffer = 260;  // MAX_PATH, terminator included
+constexpr size_t kTrustRootLength = sizeof kTrustRoot - 1;
+
+// A folder at or under the trust root that may not be created in: nothing
+// is made through a link or inside a folder an ordinary user controls.
+bool RefusedUnderRoot(FileSystem& files, const char* prefix) {
+  const std::string path = prefix;
+  if (path.compare(0, kTrustRootLength, kTrustRoot) != 0) return false;
+  if (path.size() > kTrustRootLength && path[kTrustRootLength] != '\\') return false;
+  return !CheckFolder(files, path).trusted;
+}
+
+// The chain from the trust root down to folder, or why it is refused.
+TrustVerdict CheckChain(const std::string& folder) {
+  if (Env().files == nullptr) return {false, folder, "cannot be inspected"};
+  return CheckFolderChain(*Env().files, kTrustRoot, folder);
+}
+
+void LogRefusal(const char* what, const TrustVerdict& verdict) {
+  LOG(ERROR) << what << " refused: " << verdict.path << " " << verdict.reason;
+}
+
+}  // namespace
+
+// The marker's folder chain and the marker's own place; logs a refusal.
+static bool MarkerMayBeTouched() {
+  TrustVerdict verdict = CheckChain(kMarkerFolder);
+  if (verdict.trusted) verdict = CheckFileTarget(*Env().files, MarkerFilePath());
+  if (!verdict.trusted) LogRefusal("run marker", verdict);
+  return verdict.trusted;
 }
 
 void CreateFolderChain(const std::string& folder) {
@@ -27,7 +59,9 @@ void CreateFolderChain(const std::string& folder) {
     if (*p != '\\') continue;
     *p = '\0';
     files->MakeFolder(buffer);
+    const bool refused = RefusedUnderRoot(*files, buffer);
     *p = '\\';
+    if (refused) return;
   }
   files->MakeFolder(buffer);
 }
@@ -49,6 +83,7 @@ void BuildLoggerConfiguration(const std::string& logFile, el::Configurations* co
 
 void InitLogging() {
   CreateFolderChain(kLogFolder);
+  const TrustVerdict verdict = CheckChain(kLogFolder);
   LocalTime now;
   unsigned long pid = 0;
   if (ProcessInfo* process = Env().process) {
@@ -56,10 +91,20 @@ void InitLogging() {
     pid = process->ProcessId();
   }
   el::Configurations config;
-  BuildLoggerConfiguration(LogFilePath(kLogFolder, now, pid), &config);
+  if (verdict.trusted) {
+    BuildLoggerConfiguration(LogFilePath(kLogFolder, now, pid), &config);
+  } else {
+    // The library opens whatever file is named, even with ToFile off: name
+    // its default, the null device.
+    config.setToDefault();
+    BuildLoggerConfiguration(config.get(el::Level::Global, el::ConfigurationType::Filename)->value(),
+                             &config);
+    config.setGlobally(el::ConfigurationType::ToFile, "false");
+  }
   el::Logger* logger = el::Loggers::getLogger("default", true);
   el::Loggers::reconfigureLogger(logger, config);
   el::Loggers::addFlag(el::LoggingFlag::DisableApplicationAbortOnFatalLog);
+  if (!verdict.trusted) LogRefusal("log file", verdict);
 }
 
 std::string MarkerFilePath() { return std::string(kMarkerFolder) + "\\" + kMarkerFileName; }
@@ -77,6 +122,7 @@ std::string MarkerFileBytes(const std::u16string& modulePath) {
 void WriteProcessPathMarker() {
   CreateFolderChain(kMarkerFolder);
   if (Env().process == nullptr || Env().files == nullptr) return;
+  if (!MarkerMayBeTouched()) return;
   std::u16string path = Env().process->ModulePathW();
   if (path.size() >= kPathBuffer) path.resize(kPathBuffer - 1);
   const std::string bytes = MarkerFileBytes(path);
@@ -84,7 +130,9 @@ void WriteProcessPathMarker() {
 }
 
 void DeleteProcessPathMarker() {
-  if (Env().files != nullptr) Env().files->RemoveFile(MarkerFilePath());
+  if (Env().files == nullptr) return;
+  if (!MarkerMayBeTouched()) return;
+  Env().files->RemoveFile(MarkerFilePath());
 }
 
 }  // namespace calder

@@ -14,8 +14,12 @@ extern const char kLogFolder[];
 extern const char kMarkerFolder[];
 extern const char kMarkerFileName[];
 extern const char kLogFormat[];
+// Everything the program writes lies under this folder; it and every folder
+// below it are checked before a write or delete goes through them.
+extern const char kTrustRoot[];
 
-// Creates every folder along a backslash-separated path, ignoring failures.
+// Creates every folder along a backslash-separated path, ignoring failures,
+// but stops at a folder under the trust root that may not be created in.
 void CreateFolderChain(const std::string& folder);
 
 // "<folder>\Calder_YYYY-MM-DD_hhmmss_<pid>.log", cut to 259 characters.
@@ -24,11 +28,15 @@ std::string LogFilePath(const std::string& folder, const LocalTime& time, unsign
 // The default logger's settings for one run, applied to every level.
 void BuildLoggerConfiguration(const std::string& logFile, el::Configurations* config);
 
+// Logs to standard output only when the log folder's chain is refused, with
+// one line saying which folder and why.
 void InitLogging();
 
 std::string MarkerFilePath();
 // The executable's path as raw UTF-16LE code units, no BOM, no terminator.
 std::string MarkerFileBytes(const std::u16string& modulePath);
+// Both do nothing but log one line when the marker's folder chain is refused
+// or a link stands where the marker goes.
 void WriteProcessPathMarker();
 void DeleteProcessPathMarker();
 

@@ -11,6 +11,7 @@
 #include "driver/calder.h"
 #include "base/log.h"
 #include "driver/logging.h"
+#include "platform/win32/library_loading.h"
 #include "platform/win32/progress_globals.h"
 #include "platform/win32/win32_seams.h"
 #include "ui/skin/paint_manager.h"
@@ -90,6 +91,7 @@ int RunWithProgressWindow(std::function<int()> task) {
 }  // namespace
 
 int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
+  calder::RestrictLibrarySearch();
   calder::InstallWin32Environment();
   calder::InitLogging();
   LOG(INFO) << "Current version: " << calder::kToolVersion;

@@ -1,12 +1,10 @@
 #include "platform/win32/upgrade_library_win32.h"
 
+#include "platform/win32/library_loading.h"
+
 namespace calder {
 
 namespace {
-
-std::string Narrow(const std::wstring& text) {
-  return std::string(text.begin(), text.end());
-}
 
 template <typename Fn>
 bool Resolve(HMODULE module, const char* name, Fn* slot) {
@@ -26,9 +24,9 @@ Win32UpgradeLibrary::~Win32UpgradeLibrary() {
 int32_t Win32UpgradeLibrary::Bind() {
   if (tried_) return bindResult_;
   tried_ = true;
-  module_ = LoadLibraryW(dllName_.c_str());
+  module_ = LoadBesideExecutable(dllName_);
   if (module_ == nullptr) {
-    bindError_ = Narrow(dllName_) + " could not be loaded (error " +
+    bindError_ = LibraryFileName(dllName_) + " could not be loaded (error " +
                  std::to_string(GetLastError()) + ")";
     bindResult_ = kUpgradeLibraryNotFound;
     return bindResult_;
@@ -46,7 +44,7 @@ int32_t Win32UpgradeLibrary::Bind() {
   need(kUpgradeLibraryEntryPoints[kCheckNeedUpgrade], &table.checkNeedUpgrade);
   need(kUpgradeLibraryEntryPoints[kUpgradeDeinit], &table.deinit);
   if (missing != nullptr) {
-    bindError_ = Narrow(dllName_) + " has no entry point " + missing;
+    bindError_ = LibraryFileName(dllName_) + " has no entry point " + missing;
     bindResult_ = kUpgradeEntryPointNotFound;
     FreeLibrary(module_);
     module_ = nullptr;

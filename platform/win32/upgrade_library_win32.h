@@ -8,7 +8,8 @@
 
 namespace calder {
 
-// btl_upgrade.dll bound by name on the first call, all entry points or none.
+// btl_upgrade.dll from the executable's folder (or a test's path), bound on
+// the first call, all entry points or none.
 // While unbound every call returns kUpgradeLibraryNotFound or
 // kUpgradeEntryPointNotFound and BindError() says why; Deinit does nothing.
 class Win32UpgradeLibrary : public UpgradeLibrary {

@@ -4,6 +4,8 @@
 
 #include <utility>
 
+#include "platform/win32/library_loading.h"
+
 namespace calder {
 
 // The vendor's exports, as C functions with the default calling convention.
@@ -25,12 +27,6 @@ bool Bind(HMODULE module, const char* name, Fn* fn, std::string* missing) {
   return *fn != nullptr;
 }
 
-std::string Narrow(const std::wstring& text) {
-  std::string out;
-  for (wchar_t c : text) out += c < 0x80 ? static_cast<char>(c) : '?';
-  return out;
-}
-
 }  // namespace
 
 Win32BridgeLibrary::Win32BridgeLibrary(std::wstring dllName) : dllName_(std::move(dllName)) {}
@@ -43,9 +39,9 @@ Win32BridgeLibrary::~Win32BridgeLibrary() {
 const Win32BridgeLibrary::Table* Win32BridgeLibrary::Bound() {
   if (tried_) return table_;
   tried_ = true;
-  HMODULE module = LoadLibraryW(dllName_.c_str());
+  HMODULE module = LoadBesideExecutable(dllName_);
   if (module == nullptr) {
-    reason_ = Narrow(dllName_) + " could not be loaded, error " + std::to_string(GetLastError());
+    reason_ = LibraryFileName(dllName_) + " could not be loaded, error " + std::to_string(GetLastError());
     return nullptr;
   }
   Table table;
@@ -57,7 +53,7 @@ const Win32BridgeLibrary::Table* Win32BridgeLibrary::Bound() {
   Bind(module, kBridgeLibraryEntryPoints[kCloseDevice], &table.close_device, &missing);
   Bind(module, kBridgeLibraryEntryPoints[kUninstallDriver], &table.uninstall_driver, &missing);
   if (!missing.empty()) {
-    reason_ = Narrow(dllName_) + " has no entry point " + missing;
+    reason_ = LibraryFileName(dllName_) + " has no entry point " + missing;
     FreeLibrary(module);
     return nullptr;
   }

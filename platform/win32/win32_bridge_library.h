@@ -6,11 +6,12 @@
 
 namespace calder {
 
-// btl_hid_transfer.dll, loaded on the first call and bound all or nothing.
+// btl_hid_transfer.dll from the executable's folder, loaded on the first
+// call and bound all or nothing.
 // While it cannot be bound every call returns kBridgeUnavailable.
 class Win32BridgeLibrary : public BridgeLibrary {
  public:
-  // Tests point it at another file; the program uses the vendor's name.
+  // Tests point it at another file or path; the program uses the vendor's name.
   explicit Win32BridgeLibrary(std::wstring dllName = kBridgeLibraryFile);
   ~Win32BridgeLibrary() override;
   Win32BridgeLibrary(const Win32BridgeLibrary&) = delete;

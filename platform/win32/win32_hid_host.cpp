@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <cwchar>
 
+#include "platform/win32/library_loading.h"
+
 namespace calder {
 namespace {
 
@@ -30,8 +32,8 @@ bool Bind(HMODULE module, const char* name, Fn* fn) {
 }
 
 const HidApi* LoadHidApi() {
-  HMODULE hid = LoadLibraryW(L"hid.dll");
-  HMODULE setup = LoadLibraryW(L"setupapi.dll");
+  HMODULE hid = LoadSystemLibrary(L"hid.dll");
+  HMODULE setup = LoadSystemLibrary(L"setupapi.dll");
   HidApi api;
   const bool bound =
       hid != nullptr && setup != nullptr && Bind(hid, "HidD_GetHidGuid", &api.GetHidGuid) &&

@@ -4,6 +4,7 @@
 #include <objbase.h>
 
 #include "platform/environment.h"
+#include "platform/win32/folder_security.h"
 #include "platform/win32/progress_globals.h"
 #include "platform/win32/win32_bridge_library.h"
 #include "platform/win32/win32_hid_host.h"
@@ -21,7 +22,7 @@ void Win32Clock::Sleep(uint32_t ms) { ::Sleep(ms); }
 uint64_t Win32Clock::NowMs() { return GetTickCount64(); }
 
 bool Win32FileSystem::MakeFolder(const std::string& path) {
-  return CreateDirectoryA(path.c_str(), nullptr) != FALSE;
+  return CreateProtectedFolder(path);
 }
 
 bool Win32FileSystem::WriteNewFile(const std::string& path, const void* data, size_t size) {
@@ -53,6 +54,8 @@ bool Win32FileSystem::ListFolder(const std::string& pattern,
   FindClose(search);
   return true;
 }
+
+PathFacts Win32FileSystem::Inspect(const std::string& path) { return InspectPath(path); }
 
 std::string Win32ProcessInfo::ModulePathA() {
   char path[MAX_PATH] = {};

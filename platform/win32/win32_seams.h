@@ -22,6 +22,7 @@ class Win32FileSystem : public FileSystem {
   bool RemoveFile(const std::string& path) override;
   bool ListFolder(const std::string& pattern,
                   const std::function<bool(const FolderEntry&)>& visit) override;
+  PathFacts Inspect(const std::string& path) override;
 };
 
 class Win32ProcessInfo : public ProcessInfo {

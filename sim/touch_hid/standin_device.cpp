@@ -57,12 +57,10 @@ void HidGuid(GUID* guid) {
 }
 
 std::wstring DeviceFolder() {
-  HMODULE self = nullptr;
-  GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |
-                         GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                     reinterpret_cast<LPCWSTR>(&DeviceFolder), &self);
+  // Beside the program under test, not beside this DLL: the stand-in may be
+  // placed in the system folder.
   wchar_t path[MAX_PATH] = {};
-  GetModuleFileNameW(self, path, MAX_PATH);
+  GetModuleFileNameW(nullptr, path, MAX_PATH);
   std::wstring folder(path);
   folder.resize(folder.find_last_of(L'\\') + 1);
   return folder + L"devices\\";

@@ -24,7 +24,7 @@ bool HasFault(const char* name);
 // {4D1E55B2-F16F-11CF-88CB-001111000030}
 void HidGuid(GUID* guid);
 
-// "<folder of this DLL>\devices\"
+// "<folder of the running program>\devices\"
 std::wstring DeviceFolder();
 
 }  // namespace calder::sim

@@ -1,6 +1,7 @@
 """Runs the real calder.exe under Wine in a staged folder and reads back what
 it left: exit code, standard output, the run's log file and the run marker."""
 
+import contextlib
 import os
 import re
 import shutil
@@ -16,6 +17,8 @@ WINEPREFIX = Path(os.environ.get("WINEPREFIX", BUILD / "wineprefix"))
 SERVICE_DIR = WINEPREFIX / "drive_c" / "ProgramData" / "KORU" / "KoruDeviceService"
 LOG_DIR = SERVICE_DIR / "log"
 MARKER = SERVICE_DIR / "Calder_ProcessPath.txt"
+HID_STANDINS = BUILD / "sim" / "touch_hid"
+HID_OVERRIDES = "mscoree,mshtml=;setupapi,hid=n,b"
 
 # "2026-04-22 09:30:15.123 INFO calder.cpp 57: message"
 LOG_LINE = re.compile(
@@ -74,6 +77,7 @@ class Stage:
             shutil.rmtree(self.dir)
         self.dir.mkdir(parents=True)
         self.exe = self.dir / "calder.exe"
+        self.cwd = self.dir  # the folder calder.exe is started from
         shutil.copy2(BUILD / "calder.exe", self.exe)
 
     def add(self, relative, data=b""):
@@ -111,7 +115,7 @@ class Stage:
         violations = violations_file(self, full_env)
         before = set(LOG_DIR.glob("Calder_*.log")) if LOG_DIR.exists() else set()
         start = time.monotonic()
-        proc = subprocess.run(["wine", str(self.exe), *args], cwd=self.dir, env=full_env,
+        proc = subprocess.run(["wine", str(self.exe), *args], cwd=self.cwd, env=full_env,
                               capture_output=True, timeout=timeout)
         elapsed = time.monotonic() - start
         after = set(LOG_DIR.glob("Calder_*.log")) if LOG_DIR.exists() else set()
@@ -149,6 +153,35 @@ def marker_text():
 def clear_marker():
     if MARKER.exists():
         MARKER.unlink()
+
+
+@contextlib.contextmanager
+def hid_standins_in_system32(prefix=WINEPREFIX):
+    """The touch-device stand-ins where calder.exe takes hid.dll and setupapi.dll
+    from, the prefix's system folder, for the duration of the block. Yields the
+    environment under which Wine loads them (native first); Wine's own services
+    keep their built-in copies. Wine's files go back after, also after a run
+    that was cut short before."""
+    system32 = Path(prefix) / "drive_c" / "windows" / "system32"
+    names = ["hid.dll", "setupapi.dll"]
+
+    def put_back():
+        for name in names:
+            saved = system32 / (name + ".wine")
+            if saved.exists():
+                saved.replace(system32 / name)
+
+    put_back()
+    try:
+        for name in names:
+            if (system32 / name).exists():
+                (system32 / name).replace(system32 / (name + ".wine"))
+            shutil.copy2(HID_STANDINS / name, system32 / name)
+        yield {"WINEDLLOVERRIDES": HID_OVERRIDES}
+    finally:
+        for name in names:
+            (system32 / name).unlink(missing_ok=True)
+        put_back()
 
 
 def main():

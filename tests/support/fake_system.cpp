@@ -61,6 +61,15 @@ bool FakeSystem::ListFolder(const std::string& pattern,
   return true;
 }
 
+PathFacts FakeSystem::Inspect(const std::string& path) {
+  const auto odd = oddPaths.find(path);
+  if (odd != oddPaths.end()) return odd->second;
+  PathFacts facts;
+  facts.exists = HasFile(path) || std::find(folders.begin(), folders.end(), path) != folders.end();
+  if (facts.exists) facts.owner = PathOwner::kSystemOrAdministrators;
+  return facts;
+}
+
 PowerRequestHandle FakeSystem::Create(const wchar_t* reason) {
   calls.push_back("PowerCreateRequest " + std::string(reason, reason + std::wcslen(reason)));
   return powerHandle;

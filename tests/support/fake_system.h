@@ -27,6 +27,9 @@ class FakeSystem : public FileSystem,
   bool RemoveFile(const std::string& path) override;
   bool ListFolder(const std::string& pattern,
                   const std::function<bool(const FolderEntry&)>& visit) override;
+  // A known folder or file is plain and administrator-owned unless oddPaths
+  // says otherwise.
+  PathFacts Inspect(const std::string& path) override;
   // ProcessInfo
   std::string ModulePathA() override { return modulePathA; }
   std::u16string ModulePathW() override { return modulePathW; }
@@ -58,6 +61,7 @@ class FakeSystem : public FileSystem,
   long comResult = 0;
 
   std::map<std::string, std::string> files;
+  std::map<std::string, PathFacts> oddPaths;  // links, foreign owners
   std::vector<std::string> folders;       // in creation order
   std::vector<std::string> createdDirs;   // every CreateDirectory call
   std::vector<std::string> calls;         // power and COM calls in order

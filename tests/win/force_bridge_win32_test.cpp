@@ -34,7 +34,8 @@ INSTANTIATE_TEST_SUITE_P(
     Win32BridgeLibrary, UnboundBridge,
     testing::Values(
         UnboundCase{L"no_such_bridge.dll", "no_such_bridge.dll could not be loaded, error 126"},
-        UnboundCase{L"kernel32.dll", "kernel32.dll has no entry point btl_init_driver_7853"}));
+        UnboundCase{L"C:\\windows\\system32\\kernel32.dll",
+                    "kernel32.dll has no entry point btl_init_driver_7853"}));
 
 // The stand-in built from the sensor model answers through every bound entry
 // point, buffers and lengths passed as given; its files go to a scratch folder

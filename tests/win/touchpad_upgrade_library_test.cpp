@@ -12,6 +12,15 @@ namespace {
 
 void IgnoreMessage(int32_t, const char*) {}
 
+// The stand-in DLL is built into sim\btl_upgrade beside this test program.
+std::wstring StandInPath() {
+  wchar_t exe[MAX_PATH] = {};
+  GetModuleFileNameW(nullptr, exe, MAX_PATH);
+  std::wstring folder(exe);
+  folder.resize(folder.find_last_of(L"\\/"));
+  return folder + L"\\sim\\btl_upgrade\\btl_upgrade.dll";
+}
+
 TEST(Win32UpgradeLibrary, MissingDllOrEntryPointBindsNothingAndSaysWhy) {
   Win32UpgradeLibrary absent(L"btl_upgrade_absent.dll");
   btl_upgrade_config config = BuildUpgradeConfig("ACPI\\BLTP7853", 0x41, 1, nullptr, nullptr);
@@ -22,21 +31,14 @@ TEST(Win32UpgradeLibrary, MissingDllOrEntryPointBindsNothingAndSaysWhy) {
   absent.Deinit();
   EXPECT_EQ(absent.BindError(), "btl_upgrade_absent.dll could not be loaded (error 126)");
 
-  Win32UpgradeLibrary wrong(L"kernel32.dll");
+  Win32UpgradeLibrary wrong(L"C:\\windows\\system32\\kernel32.dll");
   EXPECT_EQ(wrong.Init(nullptr), kUpgradeEntryPointNotFound);
   EXPECT_EQ(wrong.BindError(), "kernel32.dll has no entry point btl_upgrade_init");
   wrong.Deinit();
 }
 
-// The stand-in DLL is built into sim\btl_upgrade beside this test program and
-// found by its default name.
 TEST(Win32UpgradeLibrary, StandInAnswersThroughTheTypedTable) {
-  wchar_t exe[MAX_PATH] = {};
-  GetModuleFileNameW(nullptr, exe, MAX_PATH);
-  std::wstring folder(exe);
-  folder.resize(folder.find_last_of(L"\\/"));
-  SetDllDirectoryW((folder + L"\\sim\\btl_upgrade").c_str());
-  Win32UpgradeLibrary library;
+  Win32UpgradeLibrary library(StandInPath().c_str());
   btl_upgrade_config config =
       BuildUpgradeConfig("ACPI\\BLTP7853", 0x41, 1, &IgnoreMessage, &IgnoreMessage);
   ASSERT_EQ(library.Init(&config), 0) << library.BindError();
