@@ -54,6 +54,9 @@ class BenchMachine : public calder::FileSystem, public calder::ProcessInfo {
   bool MakeFolder(const std::string&) override { return true; }
   bool WriteNewFile(const std::string&, const void*, size_t) override { return true; }
   bool RemoveFile(const std::string&) override { return true; }
+  calder::PathFacts Inspect(const std::string&) override {
+    return {true, false, calder::PathOwner::kSystemOrAdministrators};
+  }
   bool ListFolder(const std::string& pattern,
                   const std::function<bool(const calder::FolderEntry&)>& visit) override {
     const auto found = listings_.find(pattern);

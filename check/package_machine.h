@@ -21,6 +21,11 @@ class PackageMachine : public FileSystem, public ProcessInfo {
   bool RemoveFile(const std::string&) override { return true; }
   bool ListFolder(const std::string& pattern,
                   const std::function<bool(const FolderEntry&)>& visit) override;
+  // The service folders of a laptop as installed: there, plain and the
+  // administrators', so the predicted run logs as a real one does.
+  PathFacts Inspect(const std::string&) override {
+    return {true, false, PathOwner::kSystemOrAdministrators};
+  }
 
   std::string ModulePathA() override { return moduleDir_ + "\\calder.exe"; }
   std::u16string ModulePathW() override;

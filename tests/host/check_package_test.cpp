@@ -252,6 +252,10 @@ TEST(CheckPrediction, GoodPackageUpdatesAndAWrongNameFailsAfterThreeWrites) {
   EXPECT_TRUE(std::any_of(good.log.begin(), good.log.end(), [](const std::string& l) {
     return l.rfind("INFO calder.cpp ", 0) == 0 && l.find(": force update success") != std::string::npos;
   }));
+  // A laptop as installed: nothing refused, nothing failed.
+  EXPECT_EQ(std::count_if(good.log.begin(), good.log.end(),
+                          [](const std::string& l) { return l.rfind("ERROR", 0) == 0; }),
+            0);
 
   fs::rename(package.dir / "Force/1.0.2.3.bin", package.dir / "Force/v1.0.2.3.bin");
   const UpdatePrediction wrong = CheckPackage(package.dir).prediction;

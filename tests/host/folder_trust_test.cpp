@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "driver/folder_trust.h"
-#include "app/logging.h"
+#include "driver/logging.h"
 #include "base/log.h"
 #include "tests/support/fake_system.h"
 #include "tests/support/log_capture.h"
