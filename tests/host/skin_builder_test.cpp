@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "tests/host/skin_test_doubles.h"
-#include "tests/host/skin_zip_fixture.h"
 #include "ui/skin/skin.h"
 
 namespace calder {

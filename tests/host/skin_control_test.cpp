@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <string>
 #include <vector>
 
@@ -13,44 +14,33 @@ using test::RecordingCanvas;
 using test::RecordingWindow;
 using test::RectText;
 
-TEST(SkinValues, ColoursNumbersAndFlags) {
-  EXPECT_EQ(ParseColor(L"#FF3482FF"), 0xFF3482FFu);
-  EXPECT_EQ(ParseColor(L"FF3482FF"), 0xFF3482FFu);
-  EXPECT_EQ(ParseColor(L"#"), 0u);
-  EXPECT_EQ(ParseColor(L"#zz"), 0u);
-  EXPECT_EQ(ParseColor(L"#80ffffffG"), 0x80FFFFFFu);
-  EXPECT_EQ(ParseColor(L"#123456789"), 0xFFFFFFFFu);
-  EXPECT_EQ(ParseInt(L"650"), 650);
-  EXPECT_EQ(ParseInt(L" -7px"), -7);
-  EXPECT_EQ(ParseInt(L"x1"), 0);
-  EXPECT_EQ(ParseInt(L"99999999999"), 2147483647);
-  EXPECT_TRUE(ParseBool(L"True"));
-  EXPECT_FALSE(ParseBool(L"1"));
-  EXPECT_EQ(Utf8ToWide("\xE5\xBE\xAE\xF0\x9F\x98\x80"), std::wstring(L"\u5FAE") + L"\U0001F600");
-  EXPECT_EQ(Utf8ToWide("a\xC0\xAF\xFF"), L"a\uFFFD\uFFFD\uFFFD");  // overlong and stray bytes
-  EXPECT_EQ(WideToUtf8(std::wstring(L"\u5FAE") + L"\U0001F600"), "\xE5\xBE\xAE\xF0\x9F\x98\x80");
-}
-
-TEST(SkinDpi, ScaleFollowsTheAwarenessMode) {
+TEST(SkinDpi, ScaleIsTheRoundedPercentOfTheDpiAndFollowsTheAwareness) {
+  const struct {
+    unsigned dpi;
+    int scale, scaled27;
+  } cases[] = {{96, 100, 27}, {97, 101, 27}, {120, 125, 34}, {144, 150, 41}, {168, 175, 47}, {192, 200, 54}, {0, 0, 0}};
   CDPI dpi;
   EXPECT_EQ(dpi.GetDPIAwareness(), kPerMonitorDpiAware);
   EXPECT_EQ(dpi.GetScale(), 100);
+  for (const auto& c : cases) {
+    dpi.SetScale(c.dpi);
+    EXPECT_EQ(dpi.GetScale(), c.scale) << c.dpi;
+    EXPECT_EQ(dpi.Scale(27), c.scaled27) << c.dpi;  // 40.5 rounds up at 150 %
+  }
   dpi.SetScale(144);
-  EXPECT_EQ(dpi.GetScale(), 150);
-  EXPECT_EQ(dpi.Scale(27), 41);  // 40.5 rounds up
-  EXPECT_EQ(dpi.Scale(53), 80);
-  dpi.SetScale(120);
-  EXPECT_EQ(dpi.GetScale(), 125);
-  dpi.SetScale(97);  // 101.04
-  EXPECT_EQ(dpi.GetScale(), 101);
-  dpi.SetScale(168);
-  EXPECT_EQ(dpi.GetScale(), 175);
   dpi.SetSystemScale(125);
   dpi.SetAwareness(kSystemDpiAware);
   EXPECT_EQ(dpi.GetScale(), 125);
+  EXPECT_EQ(dpi.Scale(-27), -34);
   dpi.SetAwareness(kDpiUnaware);
   EXPECT_EQ(dpi.GetScale(), 100);
   EXPECT_EQ(dpi.Scale(27), 27);
+  // Rounded half away from zero, clamped, -1 for a zero divisor.
+  EXPECT_EQ(MulDivRound(-3, 1, 2), -2);
+  EXPECT_EQ(MulDivRound(3, 1, -2), -2);
+  EXPECT_EQ(MulDivRound(5, 1, 0), -1);
+  EXPECT_EQ(MulDivRound(INT_MAX, 2, 1), INT_MAX);
+  EXPECT_EQ(MulDivRound(INT_MIN, 2, 1), INT_MIN);
 }
 
 class SkinManager : public testing::Test {

@@ -22,6 +22,61 @@ namespace {
 using test::ColorText;
 using test::RectText;
 
+// The bar's band, corner radius and fill for a control rectangle, at several scales.
+const struct {
+  UiRect control;
+  int scale, radius, value;
+  const char* track;  // "" when nothing is drawn
+  int r, fill;
+} kBars[] = {
+    {{100, 200, 750, 210}, 100, 5, 50, "100,209,750,219", 5, 325},  // s = 1.0417: 9 down, 10 high
+    {{0, 300, 975, 316}, 150, 5, 100, "0,314,975,329", 7, 975},     // 14.0625 down, 15.625 high
+    {{0, 0, 1300, 20}, 200, 5, 25, "0,18,1300,38", 10, 325},
+    {{0, 0, 650, 10}, 125, 4, 99, "0,11,650,24", 5, 643},
+    {{100, 200, 750, 210}, 100, 5, 150, "100,209,750,219", 5, 975},  // runs past the track
+    {{100, 200, 750, 210}, 100, 5, -5, "100,209,750,219", 5, -32},
+    {{10, 0, 10, 10}, 100, 5, 50, "", 0, 0},  // no width
+    {{20, 0, 10, 10}, 100, 5, 50, "", 0, 0},
+    {{0, 0, 10, 10}, 9, 5, 50, "", 0, 0},  // band under one pixel
+};
+
+TEST(BarGeometry, BandRadiusAndFillAtEachScale) {
+  for (const auto& c : kBars) {
+    const BarGeometry g = ComputeBarGeometry(c.control, c.scale, c.radius, c.value);
+    const std::string row = RectText(c.control) + " at " + std::to_string(c.scale);
+    EXPECT_EQ(g.visible ? RectText(g.track) : "", c.track) << row;
+    if (!g.visible) continue;
+    EXPECT_EQ(g.radius, c.r) << row;
+    EXPECT_EQ(g.fill, c.fill) << row;
+    EXPECT_EQ(g.fill_rect.right, c.control.left + std::max(c.fill, 0)) << row;
+  }
+}
+
+TEST(CircleGeometry, RingKeepsTheScaledMarginAndHalfTheStroke) {
+  const struct {
+    UiRect control;
+    int scale, pen_width, text_size, value;
+    int cx, cy, r, pen, font;
+    float sweep;
+  } cases[] = {
+      {{10, 20, 111, 121}, 100, 8, 20, 25, 60, 70, 42, 8, -20, 90},  // 50 - 4 - 8/2
+      {{0, 0, 200, 100}, 200, 7, 10, 100, 100, 50, 35, 14, -20, 360},  // 50 - 8 - 14/2
+      {{0, 0, 51, 90}, 150, 3, 9, -10, 25, 45, 17, 4, -14, -36},
+  };
+  for (const auto& c : cases) {
+    const CircleGeometry g = ComputeCircleGeometry(c.control, c.scale, c.pen_width, c.text_size, c.value);
+    ASSERT_TRUE(g.visible);
+    EXPECT_EQ(std::vector<int>({g.cx, g.cy, g.r, g.pen, g.font_height}),
+              std::vector<int>({c.cx, c.cy, c.r, c.pen, c.font}))
+        << RectText(c.control);
+    EXPECT_FLOAT_EQ(g.start, -90.0f);
+    EXPECT_FLOAT_EQ(g.sweep, c.sweep);
+  }
+  EXPECT_FALSE(ComputeCircleGeometry({0, 0, 0, 10}, 100, 8, 20, 25).visible);
+  EXPECT_FALSE(ComputeCircleGeometry({0, 0, 10, 0}, 100, 8, 20, 25).visible);
+  EXPECT_TRUE(ComputeCircleGeometry({0, 0, 1, 1}, 100, 8, 20, 25).visible);
+}
+
 std::vector<std::string> g_paint;
 
 std::string Num(float v) {
@@ -33,36 +88,29 @@ std::string Num(float v) {
 // Writes each painter call as a line.
 class RecordingPainter : public ShapePainter {
  public:
-  explicit RecordingPainter(PaintQuality quality) {
-    const char* names[] = {"bar", "ring", "image"};
-    g_paint.push_back(std::string("open ") + names[static_cast<int>(quality)]);
-  }
+  explicit RecordingPainter(PaintQuality q) { g_paint.push_back("open " + std::to_string(static_cast<int>(q))); }
   ~RecordingPainter() override { g_paint.push_back("close"); }
   void FillArcPath(const std::vector<PathArc>& arcs, uint32_t argb) override {
     std::string line = "path " + ColorText(argb);
     for (const PathArc& a : arcs) {
-      line += " (" + Num(a.x) + "," + Num(a.y) + "," + Num(a.d) + "," + Num(a.start) + ")";
+      line += " (" + Num(a.x) + "," + Num(a.y) + "," + Num(a.d) + "," + Num(a.start) + "," + Num(a.sweep) + ")";
     }
     g_paint.push_back(line);
   }
   void DrawEllipse(int x, int y, int w, int h, float pen, uint32_t argb) override {
-    g_paint.push_back("ellipse " + RectText({x, y, x + w, y + h}) + " pen " + Num(pen) + " " +
-                      ColorText(argb));
+    g_paint.push_back("ellipse " + RectText({x, y, x + w, y + h}) + " pen " + Num(pen) + " " + ColorText(argb));
   }
   void DrawArc(int x, int y, int w, int h, float start, float sweep, float pen, uint32_t argb,
                bool round_caps) override {
-    g_paint.push_back("arc " + RectText({x, y, x + w, y + h}) + " " + Num(start) + " " +
-                      Num(sweep) + " pen " + Num(pen) + " " + ColorText(argb) +
-                      (round_caps ? " round" : ""));
+    g_paint.push_back("arc " + RectText({x, y, x + w, y + h}) + " " + Num(start) + " " + Num(sweep) + " pen " +
+                      Num(pen) + " " + ColorText(argb) + (round_caps ? " round" : ""));
   }
-  void DrawCentredText(const UiRect& rect, const std::wstring& text, int font_height,
-                       const std::wstring& face) override {
-    g_paint.push_back("text " + RectText(rect) + " " + WideToUtf8(text) + " " +
-                      std::to_string(font_height) + " " + WideToUtf8(face));
+  void DrawCentredText(const UiRect& rect, const std::wstring& text, int height, const std::wstring& face) override {
+    g_paint.push_back("text " + RectText(rect) + " " + WideToUtf8(text) + " " + std::to_string(height) + " " +
+                      WideToUtf8(face));
   }
   void DrawPremultiplied(const uint32_t*, int width, int height, const UiRect& dest) override {
-    g_paint.push_back("image " + std::to_string(width) + "x" + std::to_string(height) + " -> " +
-                      RectText(dest));
+    g_paint.push_back("image " + std::to_string(width) + "x" + std::to_string(height) + " " + RectText(dest));
   }
 };
 
@@ -75,16 +123,16 @@ class NativeCanvas : public test::RecordingCanvas {
   void* NativeContext() override { return this; }
 };
 
-class ProgressControlsTest : public testing::Test {
+class ProgressControls : public testing::Test {
  protected:
-  void SetUp() override {
+  ProgressControls() {
     g_paint.clear();
     SetShapePainterFactory(&MakeRecordingPainter);
     manager.Init(&window);
   }
-  void TearDown() override { SetShapePainterFactory(nullptr); }
+  ~ProgressControls() override { SetShapePainterFactory(nullptr); }
 
-  // Runs a control's attributes as the skin builder does: manager first.
+  // Attributes as the skin builder applies them: manager first.
   template <typename T>
   std::unique_ptr<T> Make(const std::vector<std::pair<const wchar_t*, const wchar_t*>>& attrs) {
     auto control = std::make_unique<T>();
@@ -98,123 +146,169 @@ class ProgressControlsTest : public testing::Test {
   NativeCanvas canvas;
 };
 
-TEST_F(ProgressControlsTest, FactoryMakesTheThreeTagsExactly) {
-  std::unique_ptr<CControlUI> bar(CreateProgressControl(L"FirmProgressUI"));
-  std::unique_ptr<CControlUI> circle(CreateProgressControl(L"CircleProgress"));
-  std::unique_ptr<CControlUI> lottie(CreateProgressControl(L"LottieUI"));
-  ASSERT_TRUE(bar && circle && lottie);
-  // The class names are asymmetric on purpose.
-  EXPECT_EQ(bar->GetClass(), L"CFirmProgressUI");
-  EXPECT_EQ(circle->GetClass(), L"CircleProgress");
-  EXPECT_EQ(lottie->GetClass(), L"LottieUI");
-  EXPECT_NE(bar->GetInterface(L"Progress"), nullptr);
-  EXPECT_EQ(CreateProgressControl(L"firmprogressui"), nullptr);
-  EXPECT_EQ(CreateProgressControl(L"Lottie"), nullptr);
+TEST_F(ProgressControls, FactoryMakesTheThreeTagsExactly) {
+  const std::pair<const wchar_t*, const wchar_t*> made[] = {
+      {L"FirmProgressUI", L"CFirmProgressUI"}, {L"CircleProgress", L"CircleProgress"}, {L"LottieUI", L"LottieUI"}};
+  for (const auto& m : made) {
+    std::unique_ptr<CControlUI> c(CreateProgressControl(m.first));
+    ASSERT_NE(c, nullptr) << m.first;
+    EXPECT_EQ(c->GetClass(), m.second);
+    EXPECT_NE(c->GetInterface(L"Progress"), nullptr);
+  }
+  for (const wchar_t* tag : {L"firmprogressui", L"Lottie", L"CircleProgressUI", static_cast<const wchar_t*>(nullptr)}) {
+    EXPECT_EQ(CreateProgressControl(tag), nullptr);
+  }
 }
 
-TEST_F(ProgressControlsTest, BarAttributes) {
-  auto bar = Make<CFirmProgressUI>({{L"cirbjcolor", L"#FF323232"},
-                                    {L"circolor", L"FF3482FF"},
-                                    {L"Radius", L"9"},
-                                    {L"min", L"0"},
-                                    {L"MAX", L"200"}});
-  EXPECT_EQ(bar->track_color(), 0xFF323232u);
-  EXPECT_EQ(bar->fill_color(), 0xFF3482FFu);
-  EXPECT_EQ(bar->radius(), 5);  // "Radius" is not its name
-  EXPECT_EQ(bar->GetMaxValue(), 200);
-  // Track colour and radius reach the base too, which keeps them as custom
-  // attributes; the fill colour does not.
-  EXPECT_STREQ(bar->GetCustomAttribute(L"cirbjcolor"), L"FF323232");
-  EXPECT_EQ(bar->GetCustomAttribute(L"circolor"), nullptr);
-  bar->SetAttribute(L"radius", L"7");
-  bar->SetAttribute(L"cirbjcolor", L"#");
-  EXPECT_EQ(bar->radius(), 7);
-  EXPECT_EQ(bar->track_color(), 0u);
-}
-
-TEST_F(ProgressControlsTest, BarPaintsTrackThenFillAtTheScale) {
-  auto bar = Make<CFirmProgressUI>({{L"cirbjcolor", L"#FF323232"}, {L"circolor", L"#FF3482FF"}});
-  bar->SetPos({100, 200, 750, 210});
-  bar->SetMaxValue(200);
-  bar->SetValue(100);  // a percentage whatever the range: the bar is full
-  bar->PaintStatusImage(canvas);
-  EXPECT_EQ(g_paint, (std::vector<std::string>{
-                         "open bar",
-                         "path #FF323232 (100,209,10,180) (740,209,10,270) (740,209,10,0) "
-                         "(100,209,10,90)",
-                         "path #FF3482FF (100,209,10,180) (740,209,10,270) (740,209,10,0) "
-                         "(100,209,10,90)",
-                         "close"}));
-
-  g_paint.clear();
-  bar->SetValue(0);
-  manager.GetDPIObj()->SetScale(144);  // 150 %
-  bar->PaintStatusImage(canvas);
-  EXPECT_EQ(g_paint, (std::vector<std::string>{
-                         "open bar",
-                         "path #FF323232 (100,214,14,180) (736,214,14,270) (736,215,14,0) "
-                         "(100,215,14,90)",
-                         "close"}));
-}
-
-TEST_F(ProgressControlsTest, CirclePaintsRingArcAndWhiteText) {
-  auto circle = Make<CCircleProgressUI>({{L"textFontSize", L"20"},
-                                         {L"circlePenWidth", L"8"},
-                                         {L"cirbjcolor", L"#40FFFFFF"},
-                                         {L"circolor", L"#FF3482FF"}});
+TEST_F(ProgressControls, OwnAttributesAreCaseSensitiveAndSomeReachTheBase) {
+  auto bar = Make<CFirmProgressUI>({});
+  EXPECT_EQ(bar->radius(), 5);
+  const struct {
+    const wchar_t* name;
+    const wchar_t* value;
+    uint32_t track, fill;
+    int radius;
+    const wchar_t* kept;  // what the base keeps as a custom attribute
+  } cases[] = {
+      {L"cirbjcolor", L"#FF323232", 0xFF323232, 0, 5, L"FF323232"},
+      {L"cirbjcolor", L"80323232", 0x80323232, 0, 5, L"80323232"},
+      {L"cirbjcolor", L"#", 0, 0, 5, L""},
+      {L"circolor", L"#FF3482FF", 0, 0xFF3482FF, 5, nullptr},
+      {L"circolor", L"3482FF", 0, 0x3482FF, 5, nullptr},
+      {L"radius", L"7", 0, 0, 7, L"7"},
+      {L"Radius", L"9", 0, 0, 5, L"9"},
+      {L"CIRCOLOR", L"#FF3482FF", 0, 0, 5, L"#FF3482FF"},
+      {L"Cirbjcolor", L"#FF323232", 0, 0, 5, L"#FF323232"},
+  };
+  for (const auto& c : cases) {
+    bar = Make<CFirmProgressUI>({{c.name, c.value}});
+    EXPECT_EQ(bar->track_color(), c.track) << c.name << c.value;
+    EXPECT_EQ(bar->fill_color(), c.fill) << c.name << c.value;
+    EXPECT_EQ(bar->radius(), c.radius) << c.name;
+    const wchar_t* kept = bar->GetCustomAttribute(c.name);
+    EXPECT_EQ(kept ? std::wstring(kept) : L"-", c.kept ? c.kept : L"-") << c.name;
+  }
+  auto circle = Make<CCircleProgressUI>({{L"textFontSize", L"20"}, {L"circlePenWidth", L"8"},
+                                         {L"cirbjcolor", L"#40FFFFFF"}, {L"circolor", L"#FF3482FF"},
+                                         {L"textfontsize", L"9"}, {L"CirclePenWidth", L"9"}, {L"MAX", L"200"}});
   EXPECT_EQ(circle->text_size(), 20);
   EXPECT_EQ(circle->pen_width(), 8);
-  EXPECT_STREQ(circle->GetCustomAttribute(L"textFontSize"), L"20");
-  circle->SetPos({10, 20, 111, 121});
-  circle->SetValue(25);
-  circle->PaintStatusImage(canvas);
-  EXPECT_EQ(g_paint, (std::vector<std::string>{
-                         "open ring", "ellipse 18,28,102,112 pen 8 #40FFFFFF",
-                         "arc 18,28,102,112 -90 90 pen 8 #FF3482FF round",
-                         "text 10,20,111,121 25% -20 微软雅黑", "close"}));
+  EXPECT_EQ(circle->ring_color(), 0x40FFFFFFu);
+  EXPECT_EQ(circle->arc_color(), 0xFF3482FFu);
+  EXPECT_EQ(circle->GetMaxValue(), 200);
+  EXPECT_STREQ(circle->GetCustomAttribute(L"circlePenWidth"), L"8");
+  EXPECT_STREQ(circle->GetCustomAttribute(L"cirbjcolor"), L"40FFFFFF");
+  EXPECT_EQ(circle->GetCustomAttribute(L"circolor"), nullptr);
 }
 
-TEST_F(ProgressControlsTest, NothingIsPaintedWithoutANativeContext) {
-  auto bar = Make<CFirmProgressUI>({});
-  bar->SetPos({0, 0, 100, 10});
-  test::RecordingCanvas plain;
+TEST_F(ProgressControls, BarPaintsTrackThenFillAsPills) {
+  auto bar = Make<CFirmProgressUI>({{L"cirbjcolor", L"#FF323232"}, {L"circolor", L"#FF3482FF"}, {L"max", L"200"}});
+  bar->SetPos({100, 200, 750, 210});
+  bar->SetValue(50);  // a percentage whatever the range
+  bar->PaintStatusImage(canvas);
+  EXPECT_EQ(g_paint, (std::vector<std::string>{
+                         "open 0",
+                         "path #FF323232 (100,209,10,180,90) (740,209,10,270,90) (740,209,10,0,90) (100,209,10,90,90)",
+                         "path #FF3482FF (100,209,10,180,90) (415,209,10,270,90) (415,209,10,0,90) (100,209,10,90,90)",
+                         "close"}));
+  g_paint.clear();
+  bar->SetValue(0);
+  manager.GetDPIObj()->SetScale(144);  // 150 %: only the track, with its own band
+  bar->PaintStatusImage(canvas);
+  EXPECT_EQ(g_paint, (std::vector<std::string>{
+                         "open 0",
+                         "path #FF323232 (100,214,14,180,90) (736,214,14,270,90) (736,215,14,0,90) (100,215,14,90,90)",
+                         "close"}));
+  g_paint.clear();
+  test::RecordingCanvas plain;  // no native context: nothing to paint on
   bar->PaintStatusImage(plain);
+  bar->SetPos({0, 0, 0, 10});
+  bar->PaintStatusImage(canvas);
   EXPECT_TRUE(g_paint.empty());
 }
 
-class LottieControlTest : public ProgressControlsTest {
+TEST_F(ProgressControls, CirclePaintsRingArcAndWhiteText) {
+  auto circle = Make<CCircleProgressUI>({{L"textFontSize", L"20"}, {L"circlePenWidth", L"8"},
+                                         {L"cirbjcolor", L"#40FFFFFF"}, {L"circolor", L"#FF3482FF"}});
+  circle->SetPos({10, 20, 111, 121});
+  circle->SetValue(25);
+  circle->PaintStatusImage(canvas);
+  EXPECT_EQ(g_paint, (std::vector<std::string>{"open 1", "ellipse 18,28,102,112 pen 8 #40FFFFFF",
+                                               "arc 18,28,102,112 -90 90 pen 8 #FF3482FF round",
+                                               "text 10,20,111,121 25% -20 微软雅黑", "close"}));
+  g_paint.clear();
+  circle->SetPos({10, 20, 10, 121});
+  circle->PaintStatusImage(canvas);
+  EXPECT_TRUE(g_paint.empty());
+}
+
+// The executable "lives" in a folder whose UTF-16 name the control turns into
+// the UTF-8 path rlottie opens; on the host the backslash is a plain file-name character.
+class LottieControl : public ProgressControls {
  protected:
-  void SetUp() override {
-    ProgressControlsTest::SetUp();
-    // The "folder" ends in a backslash, which is a plain file-name character here.
-    folder_ = testing::TempDir() + "calder_exe_dir\\";
-    system_.modulePathW = std::u16string(folder_.begin(), folder_.end()) + u"calder.exe";
+  LottieControl() {
     system_.Into(&env_);
     scoped_ = std::make_unique<ScopedEnvironment>(env_);
-    std::ifstream in(std::string(CALDER_SOURCE_DIR) + "/ui/loading_dark.json");
-    std::ofstream(folder_ + "loading_dark.json") << in.rdbuf();
   }
-  void TearDown() override {
-    std::remove((folder_ + "loading_dark.json").c_str());
-    scoped_.reset();
-    ProgressControlsTest::TearDown();
+  ~LottieControl() override {
+    for (const std::string& f : files_) std::remove(f.c_str());
   }
 
-  std::string folder_;
+  // Puts the shipped spinner into the folder and points the module path there.
+  void PlaceExe(const std::u16string& folder16, const std::string& folder8) {
+    const std::string dir = testing::TempDir();
+    files_.push_back(dir + folder8 + "\\loading_dark.json");
+    std::ifstream in(CALDER_SOURCE_DIR "/ui/loading_dark.json");
+    std::ofstream(files_.back()) << in.rdbuf();
+    system_.modulePathW = std::u16string(dir.begin(), dir.end()) + folder16 + u"\\calder.exe";
+  }
+
   test::FakeSystem system_;
   Environment env_;
   std::unique_ptr<ScopedEnvironment> scoped_;
+  std::vector<std::string> files_;
 };
 
-TEST_F(LottieControlTest, JsonBesideTheExeStartsItsOwnTimer) {
+TEST_F(LottieControl, FolderNamesConvertFromUtf16) {
+  const struct {
+    std::u16string utf16;
+    std::string utf8;
+  } cases[] = {
+      {{u'c', 0x7F}, "c\x7F"},
+      {{0x80, 0x7FF}, "\xC2\x80\xDF\xBF"},
+      {{0x800, 0x5347, 0x7EA7, 0xFFFF}, "\xE0\xA0\x80\xE5\x8D\x87\xE7\xBA\xA7\xEF\xBF\xBF"},
+      {{0xD800, 0xDC00, 0xD83D, 0xDE00, 0xDBFF, 0xDFFF}, "\xF0\x90\x80\x80\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF"},
+      {{0xD7FF, 0xE000}, "\xED\x9F\xBF\xEE\x80\x80"},
+      // Unpaired surrogates become U+FFFD, as Windows converts them.
+      {{u'c', 0xD800}, "c\xEF\xBF\xBD"},
+      {{0xDC00, 0xDFFF}, "\xEF\xBF\xBD\xEF\xBF\xBD"},
+      {{0xD800, u'a', 0xD800, 0xE000}, "\xEF\xBF\xBD" "a\xEF\xBF\xBD\xEE\x80\x80"},
+      {{0xD800, 0xDBFF, 0xDC00}, "\xEF\xBF\xBD\xF4\x8F\xB0\x80"},
+  };
+  for (const auto& c : cases) {
+    PlaceExe(c.utf16, c.utf8);
+    auto lottie = Make<CLottieUI>({{L"json", L"loading_dark.json"}});
+    EXPECT_TRUE(lottie->playing()) << c.utf8;
+  }
+}
+
+TEST_F(LottieControl, JsonBesideTheExePlaysOnItsOwnTimer) {
+  PlaceExe(u"calder_exe_dir", "calder_exe_dir");
+  auto upper = Make<CLottieUI>({{L"JSON", L"loading_dark.json"}});
+  auto missing = Make<CLottieUI>({{L"json", L"nothing_here.json"}});
+  for (CLottieUI* empty : {upper.get(), missing.get()}) {
+    EXPECT_FALSE(empty->playing());
+    empty->SetPos({0, 0, 110, 110});
+    empty->PaintStatusImage(canvas);
+  }
+  EXPECT_TRUE(window.started.empty());
+  EXPECT_TRUE(g_paint.empty());
+
   auto lottie = Make<CLottieUI>({{L"json", L"loading_dark.json"}, {L"autoplay", L"false"}});
   EXPECT_TRUE(lottie->playing());
-  EXPECT_EQ(lottie->player().total_frames(), 90u);
   EXPECT_EQ(lottie->player().buffer_width(), 343u);
   ASSERT_EQ(window.started.size(), 1u);
   EXPECT_EQ(window.started[0].second, 33u);
-  EXPECT_STREQ(lottie->GetCustomAttribute(L"autoplay"), L"false");
-
   // Timer events of its own id advance one frame each; others do nothing.
   TEventUI tick;
   tick.Type = UIEVENT_TIMER;
@@ -223,33 +317,21 @@ TEST_F(LottieControlTest, JsonBesideTheExeStartsItsOwnTimer) {
   EXPECT_EQ(lottie->player().current_frame(), 1u);
   tick.wParam = 7;
   lottie->Event(tick);
+  tick.Type = UIEVENT_TIMER + 1;
+  tick.wParam = CLottieUI::kDefaultTimerId;
+  lottie->Event(tick);
   EXPECT_EQ(lottie->player().current_frame(), 1u);
 
-  lottie->SetPos({905, 345, 1015, 455});
-  lottie->PaintStatusImage(canvas);
-  EXPECT_EQ(g_paint, (std::vector<std::string>{"open image", "image 343x343 -> 905,345,1015,455",
-                                               "close"}));
-  g_paint.clear();
-  lottie->SetPos({-1, 345, 109, 455});
-  lottie->PaintStatusImage(canvas);
-  EXPECT_TRUE(g_paint.empty());
-
+  for (const UiRect& r : {UiRect{905, 345, 1015, 455}, UiRect{-1, 345, 109, 455}, UiRect{0, -1, 110, 109},
+                          UiRect{0, 0, 0, 110}, UiRect{0, 0, 110, 0}}) {
+    lottie->SetPos(r);
+    lottie->PaintStatusImage(canvas);
+  }
+  EXPECT_EQ(g_paint, (std::vector<std::string>{"open 2", "image 343x343 905,345,1015,455", "close"}));
   // Destruction stops the timer it started.
   const unsigned native = window.started[0].first;
   lottie.reset();
   EXPECT_EQ(window.stopped, std::vector<unsigned>{native});
-}
-
-TEST_F(LottieControlTest, UnknownNamesAndMissingFilesLeaveItEmpty) {
-  auto upper = Make<CLottieUI>({{L"JSON", L"loading_dark.json"}});
-  EXPECT_FALSE(upper->playing());
-  EXPECT_FALSE(upper->player().HasAnimation());
-  auto missing = Make<CLottieUI>({{L"json", L"nothing_here.json"}});
-  EXPECT_FALSE(missing->playing());
-  missing->SetPos({0, 0, 110, 110});
-  missing->PaintStatusImage(canvas);
-  EXPECT_TRUE(window.started.empty());
-  EXPECT_TRUE(g_paint.empty());
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -7,112 +8,79 @@
 #include <string>
 #include <vector>
 
-#include "platform/clock.h"
 #include "ui/progress_window_core.h"
 
 namespace calder {
 namespace {
 
-using namespace std::chrono_literals;
-
 void* const kWindow = reinterpret_cast<void*>(0x1234);
 
-// The countdown's five platform operations on a virtual clock. Sleeps run free
-// by default; a held platform blocks each sleep until the test releases it or
-// the window asks the countdown to stop.
+// The countdown's platform on a virtual clock. Each sleep advances it at once;
+// while a gate is set, the sleep then waits until the gate opens.
 class FakeCountdownPlatform : public CountdownPlatform {
  public:
   void PostTick(void* window, int seconds) override {
     std::lock_guard<std::mutex> lock(mutex_);
     EXPECT_EQ(window, kWindow);
-    ticks_.push_back(seconds);
+    ticks.push_back(seconds);
+    changed_.notify_all();
   }
   uint64_t NowMs() override {
     std::lock_guard<std::mutex> lock(mutex_);
-    return clock_.NowMs();
+    return now_;
   }
   void Sleep(uint32_t ms) override {
     std::unique_lock<std::mutex> lock(mutex_);
-    clock_.Sleep(ms);
+    now_ += ms;
+    sleeps.push_back(ms);
     changed_.notify_all();
-    while (held_ && releases_ == 0 && !(wake_ && wake_())) changed_.wait_for(lock, 1ms);
-    if (releases_ > 0) --releases_;
+    while (gate_ && !gate_()) changed_.wait_for(lock, std::chrono::milliseconds(1));
   }
-  bool IsWindow(void* window) override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return window_alive_ && window == kWindow;
-  }
+  bool IsWindow(void* window) override { return window_alive && window == kWindow; }
   void RunRestart(const char* command) override {
     std::lock_guard<std::mutex> lock(mutex_);
-    restarts_.push_back(command);
-    restart_at_ = clock_.NowMs();
+    restarts.push_back(command);
+    restart_at = now_;
     changed_.notify_all();
   }
 
-  void Hold(std::function<bool()> wake) {
+  void SetGate(std::function<bool()> gate) {
     std::lock_guard<std::mutex> lock(mutex_);
-    held_ = true;
-    wake_ = std::move(wake);
+    gate_ = std::move(gate);
   }
-  void Release(int sleeps) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    releases_ += sleeps;
-  }
-  void WaitForSleeps(size_t count) {
+  void WaitUntil(const std::function<bool()>& done) {
     std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait(lock, [&] { return clock_.sleeps().size() >= count; });
+    changed_.wait(lock, done);
   }
-  void WaitForRestart() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait(lock, [&] { return !restarts_.empty(); });
-  }
-  void CloseWindow() {
+  void Advance(uint64_t ms) {
     std::lock_guard<std::mutex> lock(mutex_);
-    window_alive_ = false;
+    now_ += ms;
   }
 
-  std::vector<int> ticks() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return ticks_;
-  }
-  std::vector<std::string> restarts() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return restarts_;
-  }
-  std::vector<uint32_t> sleeps() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return clock_.sleeps();
-  }
-  uint64_t restart_at() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return restart_at_;
-  }
+  // Read once the countdown thread has been joined.
+  std::vector<int> ticks;
+  std::vector<uint32_t> sleeps;
+  std::vector<std::string> restarts;
+  uint64_t restart_at = 0;
+  bool window_alive = true;
 
  private:
   std::mutex mutex_;
   std::condition_variable changed_;
-  VirtualClock clock_;
-  std::vector<int> ticks_;
-  std::vector<std::string> restarts_;
-  uint64_t restart_at_ = 0;
-  bool window_alive_ = true;
-  bool held_ = false;
-  int releases_ = 0;
-  std::function<bool()> wake_;
+  std::function<bool()> gate_;
+  uint64_t now_ = 5000;
 };
 
-// The window's controls, with the skin's bar range 0..100.
 class FakeView : public ProgressView {
  public:
   bool GetBarRange(int* min, int* max) override {
-    if (!has_bar) return false;
     *min = 0;
     *max = 100;
-    return true;
+    return has_bar;
   }
   void SetBarValue(int value) override { bar.push_back(value); }
   void SetProgressText(const std::wstring& text) override { progress_text = text; }
-  void ShowCountdownRow() override { countdown_row_shows++; }
+  void ShowCountdownRow() override { ++countdown_row_shows; }
   void SetCountdownText(const std::wstring& text) override { countdown_text.push_back(text); }
   void* NativeHandle() override { return kWindow; }
 
@@ -123,10 +91,9 @@ class FakeView : public ProgressView {
   std::vector<std::wstring> countdown_text;
 };
 
-std::vector<int> SecondsDownFrom(int from) {
-  std::vector<int> seconds;
-  for (int s = from; s >= 0; --s) seconds.push_back(s);
-  return seconds;
+std::vector<int> SecondsDown(std::vector<int> first, int from) {
+  for (int s = from; s >= 0; --s) first.push_back(s);
+  return first;
 }
 
 class ProgressWindowTest : public testing::Test {
@@ -136,27 +103,23 @@ class ProgressWindowTest : public testing::Test {
 };
 
 TEST_F(ProgressWindowTest, ProgressClampsTheBarButNotTheLabel) {
+  const struct {
+    int percent, bar;
+    const wchar_t* text;
+  } cases[] = {{-5, 0, L"-5%"}, {0, 0, L"0%"}, {42, 42, L"42%"}, {99, 99, L"99%"}, {101, 100, L"101%"},
+               {250, 100, L"250%"}};
   ProgressWindowCore window(view, platform);
-  window.SetProgress(-5);
-  EXPECT_EQ(view.bar.back(), 0);
-  EXPECT_EQ(view.progress_text, L"-5%");
-  window.SetProgress(250);
-  EXPECT_EQ(view.bar.back(), 100);
-  EXPECT_EQ(view.progress_text, L"250%");
-  window.SetProgress(42);
-  EXPECT_EQ(view.bar.back(), 42);
-  EXPECT_EQ(view.progress_text, L"42%");
+  for (const auto& c : cases) {
+    window.SetProgress(c.percent);
+    EXPECT_EQ(view.bar.back(), c.bar) << c.percent;
+    EXPECT_EQ(view.progress_text, c.text);
+  }
   // Only exactly 100 starts the countdown.
   EXPECT_FALSE(window.CountdownRunning());
   EXPECT_EQ(view.countdown_row_shows, 0);
-  EXPECT_TRUE(platform.ticks().empty());
-}
-
-TEST_F(ProgressWindowTest, LabelWithoutABarStillFollows) {
   view.has_bar = false;
-  ProgressWindowCore window(view, platform);
   window.SetProgress(7);
-  EXPECT_TRUE(view.bar.empty());
+  EXPECT_EQ(view.bar.size(), std::size(cases));
   EXPECT_EQ(view.progress_text, L"7%");
 }
 
@@ -165,93 +128,73 @@ TEST_F(ProgressWindowTest, HundredWithoutACloseCountsDownAndRestartsOnce) {
   window.SetProgress(100);
   EXPECT_EQ(view.countdown_row_shows, 1);
   EXPECT_EQ(view.countdown_text, std::vector<std::wstring>{L"12s 后将自动重启"});
-  platform.WaitForRestart();
-  window.StopCountdown();  // joins the finished thread
-
-  EXPECT_EQ(platform.ticks(), SecondsDownFrom(12));
-  EXPECT_EQ(platform.restarts(), std::vector<std::string>{"shutdown /r /t 0 /d p:0:0"});
-  EXPECT_EQ(platform.restart_at(), 12000u);
-  // Polled every 200 ms until the deadline.
-  EXPECT_EQ(platform.sleeps(), std::vector<uint32_t>(60, 200));
-
+  platform.WaitUntil([&] { return !platform.restarts.empty(); });
+  window.StopCountdown();
+  EXPECT_EQ(platform.ticks, SecondsDown({}, 12));
+  EXPECT_EQ(platform.restarts, std::vector<std::string>{"shutdown /r /t 0 /d p:0:0"});
+  EXPECT_EQ(platform.restart_at, 17000u);  // 12 s after the 100
+  EXPECT_EQ(platform.sleeps, std::vector<uint32_t>(60, 200));
   window.UpdateCountdownText(3);
   EXPECT_EQ(view.countdown_text.back(), L"3s 后将自动重启");
 }
 
-TEST_F(ProgressWindowTest, CloseRightAfterHundredCancelsTheRestart) {
+TEST_F(ProgressWindowTest, CloseCancelsTheCountdownAndALaterHundredStartsAnother) {
   ProgressWindowCore window(view, platform);
-  platform.Hold([&] { return window.CountdownCancelRequested(); });
-  window.SetProgress(100);
-  platform.WaitForSleeps(1);
-  window.StopCountdown();
-
-  EXPECT_EQ(platform.ticks(), std::vector<int>{12});
-  EXPECT_TRUE(platform.restarts().empty());
-  EXPECT_FALSE(window.CountdownRunning());
-}
-
-TEST_F(ProgressWindowTest, SecondHundredKeepsTheDeadline) {
-  ProgressWindowCore window(view, platform);
-  platform.Hold(nullptr);
-  window.SetProgress(100);
-  platform.Release(10);
-  platform.WaitForSleeps(11);  // 2200 ms into the countdown
-  window.SetProgress(100);
-  EXPECT_EQ(view.countdown_text.size(), 1u);
-  platform.Hold([] { return true; });
-  platform.WaitForRestart();
-  window.StopCountdown();
-
-  EXPECT_EQ(platform.ticks(), SecondsDownFrom(12));
-  EXPECT_EQ(platform.restart_at(), 12000u);
-  EXPECT_EQ(platform.restarts().size(), 1u);
-}
-
-TEST_F(ProgressWindowTest, ProgressAfterHundredMovesTheBarAndKeepsTheCountdown) {
-  ProgressWindowCore window(view, platform);
-  platform.Hold([&] { return window.CountdownCancelRequested(); });
+  platform.SetGate([&] { return window.CountdownCancelRequested(); });
   window.SetProgress(99);
   window.SetProgress(100);
-  window.SetProgress(50);
+  window.SetProgress(50);  // moves the bar, keeps the countdown
   EXPECT_EQ(view.bar, (std::vector<int>{99, 100, 50}));
   EXPECT_EQ(view.progress_text, L"50%");
   EXPECT_EQ(view.countdown_row_shows, 1);
   EXPECT_TRUE(window.CountdownRunning());
+  platform.WaitUntil([&] { return !platform.sleeps.empty(); });
   window.StopCountdown();
-  EXPECT_TRUE(platform.restarts().empty());
-}
-
-TEST_F(ProgressWindowTest, CancelledCountdownCanStartAgain) {
-  ProgressWindowCore window(view, platform);
-  platform.Hold([&] { return window.CountdownCancelRequested(); });
-  window.SetProgress(100);
-  window.StopCountdown();
+  EXPECT_EQ(platform.ticks, std::vector<int>{12});
+  EXPECT_FALSE(window.CountdownRunning());
   window.SetProgress(100);
   EXPECT_TRUE(window.CountdownRunning());
   EXPECT_EQ(view.countdown_text.size(), 2u);
   window.StopCountdown();
-  EXPECT_TRUE(platform.restarts().empty());
+  EXPECT_TRUE(platform.restarts.empty());
+}
+
+TEST_F(ProgressWindowTest, SecondHundredKeepsTheDeadline) {
+  std::atomic<bool> released{false};
+  platform.SetGate([&] { return released.load(); });
+  ProgressWindowCore window(view, platform);
+  window.SetProgress(100);
+  platform.WaitUntil([&] { return !platform.sleeps.empty(); });
+  platform.Advance(5000);
+  window.SetProgress(100);
+  EXPECT_EQ(view.countdown_text.size(), 1u);
+  released = true;
+  platform.WaitUntil([&] { return !platform.restarts.empty(); });
+  window.StopCountdown();
+  EXPECT_EQ(platform.ticks, SecondsDown({12}, 7));
+  EXPECT_EQ(platform.restart_at, 17000u);
+  EXPECT_EQ(platform.restarts.size(), 1u);
 }
 
 TEST_F(ProgressWindowTest, GoneWindowGetsNoTicksButTheRestartStillRuns) {
-  platform.CloseWindow();
+  platform.window_alive = false;
   ProgressWindowCore window(view, platform);
   window.SetProgress(100);
-  platform.WaitForRestart();
+  platform.WaitUntil([&] { return !platform.restarts.empty(); });
   window.StopCountdown();
-  EXPECT_TRUE(platform.ticks().empty());
-  EXPECT_EQ(platform.restarts().size(), 1u);
+  EXPECT_TRUE(platform.ticks.empty());
+  EXPECT_EQ(platform.restarts.size(), 1u);
 }
 
 TEST_F(ProgressWindowTest, DestroyingTheWindowCancelsAndJoins) {
   {
     ProgressWindowCore window(view, platform);
-    platform.Hold([&] { return window.CountdownCancelRequested(); });
+    platform.SetGate([&] { return window.CountdownCancelRequested(); });
     window.SetProgress(100);
-    platform.WaitForSleeps(1);
+    platform.WaitUntil([&] { return !platform.sleeps.empty(); });
   }
-  EXPECT_TRUE(platform.restarts().empty());
-  EXPECT_EQ(platform.ticks(), std::vector<int>{12});
+  EXPECT_TRUE(platform.restarts.empty());
+  EXPECT_EQ(platform.ticks, std::vector<int>{12});
 }
 
 }  // namespace
