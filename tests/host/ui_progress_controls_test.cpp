@@ -52,31 +52,6 @@ TEST(BarGeometry, BandRadiusAndFillAtEachScale) {
   }
 }
 
-TEST(CircleGeometry, RingKeepsTheScaledMarginAndHalfTheStroke) {
-  const struct {
-    UiRect control;
-    int scale, pen_width, text_size, value;
-    int cx, cy, r, pen, font;
-    float sweep;
-  } cases[] = {
-      {{10, 20, 111, 121}, 100, 8, 20, 25, 60, 70, 42, 8, -20, 90},  // 50 - 4 - 8/2
-      {{0, 0, 200, 100}, 200, 7, 10, 100, 100, 50, 35, 14, -20, 360},  // 50 - 8 - 14/2
-      {{0, 0, 51, 90}, 150, 3, 9, -10, 25, 45, 17, 4, -14, -36},
-  };
-  for (const auto& c : cases) {
-    const CircleGeometry g = ComputeCircleGeometry(c.control, c.scale, c.pen_width, c.text_size, c.value);
-    ASSERT_TRUE(g.visible);
-    EXPECT_EQ(std::vector<int>({g.cx, g.cy, g.r, g.pen, g.font_height}),
-              std::vector<int>({c.cx, c.cy, c.r, c.pen, c.font}))
-        << RectText(c.control);
-    EXPECT_FLOAT_EQ(g.start, -90.0f);
-    EXPECT_FLOAT_EQ(g.sweep, c.sweep);
-  }
-  EXPECT_FALSE(ComputeCircleGeometry({0, 0, 0, 10}, 100, 8, 20, 25).visible);
-  EXPECT_FALSE(ComputeCircleGeometry({0, 0, 10, 0}, 100, 8, 20, 25).visible);
-  EXPECT_TRUE(ComputeCircleGeometry({0, 0, 1, 1}, 100, 8, 20, 25).visible);
-}
-
 std::vector<std::string> g_paint;
 
 std::string Num(float v) {
@@ -147,78 +122,64 @@ class ProgressControls : public testing::Test {
 };
 
 TEST_F(ProgressControls, FactoryMakesTheThreeTagsExactly) {
-  const std::pair<const wchar_t*, const wchar_t*> made[] = {
-      {L"FirmProgressUI", L"CFirmProgressUI"}, {L"CircleProgress", L"CircleProgress"}, {L"LottieUI", L"LottieUI"}};
-  for (const auto& m : made) {
-    std::unique_ptr<CControlUI> c(CreateProgressControl(m.first));
-    ASSERT_NE(c, nullptr) << m.first;
-    EXPECT_EQ(c->GetClass(), m.second);
-    EXPECT_NE(c->GetInterface(L"Progress"), nullptr);
+  std::string made;
+  for (const wchar_t* tag : {L"FirmProgressUI", L"CircleProgress", L"LottieUI", L"firmprogressui", L"Lottie",
+                             L"CircleProgressUI", static_cast<const wchar_t*>(nullptr)}) {
+    std::unique_ptr<CControlUI> c(CreateProgressControl(tag));
+    made += c == nullptr ? "- " : WideToUtf8(c->GetClass()) + (c->GetInterface(L"Progress") ? " " : "? ");
   }
-  for (const wchar_t* tag : {L"firmprogressui", L"Lottie", L"CircleProgressUI", static_cast<const wchar_t*>(nullptr)}) {
-    EXPECT_EQ(CreateProgressControl(tag), nullptr);
-  }
+  EXPECT_EQ(made, "CFirmProgressUI CircleProgress LottieUI - - - - ");  // class names asymmetric on purpose
 }
 
 TEST_F(ProgressControls, OwnAttributesAreCaseSensitiveAndSomeReachTheBase) {
-  auto bar = Make<CFirmProgressUI>({});
-  EXPECT_EQ(bar->radius(), 5);
   const struct {
     const wchar_t* name;
     const wchar_t* value;
-    uint32_t track, fill;
-    int radius;
-    const wchar_t* kept;  // what the base keeps as a custom attribute
+    const char* bar;     // track, fill, radius, what the base keeps
+    const char* circle;  // text size, pen, ring, arc, what the base keeps
   } cases[] = {
-      {L"cirbjcolor", L"#FF323232", 0xFF323232, 0, 5, L"FF323232"},
-      {L"cirbjcolor", L"80323232", 0x80323232, 0, 5, L"80323232"},
-      {L"cirbjcolor", L"#", 0, 0, 5, L""},
-      {L"circolor", L"#FF3482FF", 0, 0xFF3482FF, 5, nullptr},
-      {L"circolor", L"3482FF", 0, 0x3482FF, 5, nullptr},
-      {L"radius", L"7", 0, 0, 7, L"7"},
-      {L"Radius", L"9", 0, 0, 5, L"9"},
-      {L"CIRCOLOR", L"#FF3482FF", 0, 0, 5, L"#FF3482FF"},
-      {L"Cirbjcolor", L"#FF323232", 0, 0, 5, L"#FF323232"},
+      {L"cirbjcolor", L"#FF323232", "#FF323232 #00000000 5 FF323232", "0 0 #FF323232 #00000000 FF323232"},
+      {L"cirbjcolor", L"80323232", "#80323232 #00000000 5 80323232", "0 0 #80323232 #00000000 80323232"},
+      {L"cirbjcolor", L"#", "#00000000 #00000000 5 ", "0 0 #00000000 #00000000 "},
+      {L"circolor", L"#FF3482FF", "#00000000 #FF3482FF 5 -", "0 0 #00000000 #FF3482FF -"},
+      {L"circolor", L"3482FF", "#00000000 #003482FF 5 -", "0 0 #00000000 #003482FF -"},
+      {L"radius", L"7", "#00000000 #00000000 7 7", "0 0 #00000000 #00000000 7"},
+      {L"textFontSize", L"20", "#00000000 #00000000 5 20", "20 0 #00000000 #00000000 20"},
+      {L"circlePenWidth", L"8", "#00000000 #00000000 5 8", "0 8 #00000000 #00000000 8"},
+      {L"Radius", L"9", "#00000000 #00000000 5 9", "0 0 #00000000 #00000000 9"},
+      {L"CIRCOLOR", L"#1", "#00000000 #00000000 5 #1", "0 0 #00000000 #00000000 #1"},
+      {L"Cirbjcolor", L"#1", "#00000000 #00000000 5 #1", "0 0 #00000000 #00000000 #1"},
+      {L"textfontsize", L"9", "#00000000 #00000000 5 9", "0 0 #00000000 #00000000 9"},
+  };
+  auto kept = [&](const CControlUI& c, const wchar_t* name) {
+    const wchar_t* v = c.GetCustomAttribute(name);
+    return v != nullptr ? WideToUtf8(v) : "-";
   };
   for (const auto& c : cases) {
-    bar = Make<CFirmProgressUI>({{c.name, c.value}});
-    EXPECT_EQ(bar->track_color(), c.track) << c.name << c.value;
-    EXPECT_EQ(bar->fill_color(), c.fill) << c.name << c.value;
-    EXPECT_EQ(bar->radius(), c.radius) << c.name;
-    const wchar_t* kept = bar->GetCustomAttribute(c.name);
-    EXPECT_EQ(kept ? std::wstring(kept) : L"-", c.kept ? c.kept : L"-") << c.name;
+    auto bar = Make<CFirmProgressUI>({{c.name, c.value}});
+    auto circle = Make<CCircleProgressUI>({{c.name, c.value}});
+    EXPECT_EQ(ColorText(bar->track_color()) + " " + ColorText(bar->fill_color()) + " " +
+                  std::to_string(bar->radius()) + " " + kept(*bar, c.name),
+              c.bar) << WideToUtf8(c.name);
+    EXPECT_EQ(std::to_string(circle->text_size()) + " " + std::to_string(circle->pen_width()) + " " +
+                  ColorText(circle->ring_color()) + " " + ColorText(circle->arc_color()) + " " + kept(*circle, c.name),
+              c.circle) << WideToUtf8(c.name);
   }
-  auto circle = Make<CCircleProgressUI>({{L"textFontSize", L"20"}, {L"circlePenWidth", L"8"},
-                                         {L"cirbjcolor", L"#40FFFFFF"}, {L"circolor", L"#FF3482FF"},
-                                         {L"textfontsize", L"9"}, {L"CirclePenWidth", L"9"}, {L"MAX", L"200"}});
-  EXPECT_EQ(circle->text_size(), 20);
-  EXPECT_EQ(circle->pen_width(), 8);
-  EXPECT_EQ(circle->ring_color(), 0x40FFFFFFu);
-  EXPECT_EQ(circle->arc_color(), 0xFF3482FFu);
-  EXPECT_EQ(circle->GetMaxValue(), 200);
-  EXPECT_STREQ(circle->GetCustomAttribute(L"circlePenWidth"), L"8");
-  EXPECT_STREQ(circle->GetCustomAttribute(L"cirbjcolor"), L"40FFFFFF");
-  EXPECT_EQ(circle->GetCustomAttribute(L"circolor"), nullptr);
+  EXPECT_EQ(Make<CFirmProgressUI>({{L"MAX", L"200"}})->GetMaxValue(), 200);
 }
 
 TEST_F(ProgressControls, BarPaintsTrackThenFillAsPills) {
   auto bar = Make<CFirmProgressUI>({{L"cirbjcolor", L"#FF323232"}, {L"circolor", L"#FF3482FF"}, {L"max", L"200"}});
   bar->SetPos({100, 200, 750, 210});
-  bar->SetValue(50);  // a percentage whatever the range
-  bar->PaintStatusImage(canvas);
+  for (int value : {50, 0}) {  // a percentage whatever the range; 0 draws only the track
+    bar->SetValue(value);
+    bar->PaintStatusImage(canvas);
+  }
+  const std::string track = "path #FF323232 (100,209,10,180,90) (740,209,10,270,90) (740,209,10,0,90) (100,209,10,90,90)";
   EXPECT_EQ(g_paint, (std::vector<std::string>{
-                         "open 0",
-                         "path #FF323232 (100,209,10,180,90) (740,209,10,270,90) (740,209,10,0,90) (100,209,10,90,90)",
+                         "open 0", track,
                          "path #FF3482FF (100,209,10,180,90) (415,209,10,270,90) (415,209,10,0,90) (100,209,10,90,90)",
-                         "close"}));
-  g_paint.clear();
-  bar->SetValue(0);
-  manager.GetDPIObj()->SetScale(144);  // 150 %: only the track, with its own band
-  bar->PaintStatusImage(canvas);
-  EXPECT_EQ(g_paint, (std::vector<std::string>{
-                         "open 0",
-                         "path #FF323232 (100,214,14,180,90) (736,214,14,270,90) (736,215,14,0,90) (100,215,14,90,90)",
-                         "close"}));
+                         "close", "open 0", track, "close"}));
   g_paint.clear();
   test::RecordingCanvas plain;  // no native context: nothing to paint on
   bar->PaintStatusImage(plain);
@@ -227,18 +188,42 @@ TEST_F(ProgressControls, BarPaintsTrackThenFillAsPills) {
   EXPECT_TRUE(g_paint.empty());
 }
 
-TEST_F(ProgressControls, CirclePaintsRingArcAndWhiteText) {
-  auto circle = Make<CCircleProgressUI>({{L"textFontSize", L"20"}, {L"circlePenWidth", L"8"},
-                                         {L"cirbjcolor", L"#40FFFFFF"}, {L"circolor", L"#FF3482FF"}});
-  circle->SetPos({10, 20, 111, 121});
-  circle->SetValue(25);
-  circle->PaintStatusImage(canvas);
-  EXPECT_EQ(g_paint, (std::vector<std::string>{"open 1", "ellipse 18,28,102,112 pen 8 #40FFFFFF",
-                                               "arc 18,28,102,112 -90 90 pen 8 #FF3482FF round",
-                                               "text 10,20,111,121 25% -20 微软雅黑", "close"}));
+TEST_F(ProgressControls, CirclePaintsRingArcAndWhiteTextAtEachScale) {
+  const struct {
+    UiRect rect;
+    unsigned dpi;
+    int value;
+    std::vector<std::string> calls;
+  } cases[] = {
+      {{10, 20, 111, 121}, 96, 25,  // r = 50 - 4 - 8 / 2
+       {"ellipse 18,28,102,112 pen 8 #40FFFFFF", "arc 18,28,102,112 -90 90 pen 8 #FF3482FF round",
+        "text 10,20,111,121 25% -20 微软雅黑"}},
+      {{0, 0, 200, 100}, 192, 100,  // r = 50 - 8 - 16 / 2
+       {"ellipse 66,16,134,84 pen 16 #40FFFFFF", "arc 66,16,134,84 -90 360 pen 16 #FF3482FF round",
+        "text 0,0,200,100 100% -41 微软雅黑"}},
+      {{0, 0, 51, 90}, 144, 60,  // r = 25 - 6 - 12 / 2
+       {"ellipse 12,32,38,58 pen 12 #40FFFFFF", "arc 12,32,38,58 -90 216 pen 12 #FF3482FF round",
+        "text 0,0,51,90 60% -31 微软雅黑"}},
+  };
+  for (const auto& c : cases) {
+    auto circle = Make<CCircleProgressUI>({{L"textFontSize", L"20"}, {L"circlePenWidth", L"8"},
+                                           {L"cirbjcolor", L"#40FFFFFF"}, {L"circolor", L"#FF3482FF"}});
+    manager.GetDPIObj()->SetScale(c.dpi);
+    circle->SetPos(c.rect);
+    circle->SetValue(c.value);
+    g_paint.clear();
+    circle->PaintStatusImage(canvas);
+    std::vector<std::string> expected = c.calls;
+    expected.insert(expected.begin(), "open 1");
+    expected.push_back("close");
+    EXPECT_EQ(g_paint, expected);
+  }
   g_paint.clear();
-  circle->SetPos({10, 20, 10, 121});
-  circle->PaintStatusImage(canvas);
+  for (const UiRect& r : {UiRect{10, 20, 10, 121}, UiRect{10, 20, 111, 20}}) {
+    auto empty = Make<CCircleProgressUI>({});
+    empty->SetPos(r);
+    empty->PaintStatusImage(canvas);
+  }
   EXPECT_TRUE(g_paint.empty());
 }
 
