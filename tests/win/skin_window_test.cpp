@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -131,53 +130,6 @@ TEST_F(SkinWindow, TimersMessageFiltersAndCloseGoThroughTheFramework) {
   Pump(50);
   EXPECT_EQ(w.GetHWND(), nullptr);  // destroyed; the object stays and forgets its handle
   EXPECT_EQ(w.final_calls, 1);
-}
-
-// Started as a child process by the test below: the default handler shows its
-// box, a watcher thread copies its text to a file and dismisses it.
-TEST(SkinFailureChild, DISABLED_DefaultHandlerShowsTheMessageBoxAndExits) {
-  CreateThread(nullptr, 0, [](void*) -> DWORD {
-    for (int i = 0; i < 400; ++i, Sleep(25)) {
-      HWND box = FindWindowW(L"#32770", L"Error");
-      if (box == nullptr) continue;
-      wchar_t text[256] = {};
-      GetDlgItemTextW(box, 0xFFFF, text, 255);  // the box's message
-      if (FILE* f = _wfopen(L"calder_skin_failure.txt", L"wb")) {
-        std::fwrite(text, sizeof(wchar_t), wcslen(text), f);
-        std::fclose(f);
-      }
-      PostMessageW(box, WM_COMMAND, IDOK, 0);
-      return 0;
-    }
-    return 1;
-  }, nullptr, 0, nullptr);
-  CPaintManagerUI::SetInstance(GetModuleHandleW(nullptr));
-  CPaintManagerUI::SetResourceType(UILIB_ZIPRESOURCE);
-  SkinTestWindow bad(107, L"nope.xml");
-  ADD_FAILURE() << "the process should have ended";
-}
-
-TEST(SkinFailure, ABadSkinShowsTheMessageBoxAndEndsTheProcessWithOne) {
-  wchar_t exe[MAX_PATH] = {};
-  GetModuleFileNameW(nullptr, exe, MAX_PATH);
-  DeleteFileW(L"calder_skin_failure.txt");
-  std::wstring command = L"\"" + std::wstring(exe) + L"\" --gtest_also_run_disabled_tests --gtest_filter=SkinFailureChild.*";
-  STARTUPINFOW si = {};
-  si.cb = sizeof si;
-  PROCESS_INFORMATION pi = {};
-  ASSERT_TRUE(CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi));
-  ASSERT_EQ(WaitForSingleObject(pi.hProcess, 60000), WAIT_OBJECT_0);
-  DWORD code = 0;
-  GetExitCodeProcess(pi.hProcess, &code);
-  CloseHandle(pi.hThread);
-  CloseHandle(pi.hProcess);
-  EXPECT_EQ(code, 1u);
-  std::wstring shown;
-  if (FILE* f = _wfopen(L"calder_skin_failure.txt", L"rb")) {
-    for (wchar_t c; std::fread(&c, sizeof c, 1, f) == 1;) shown += c;
-    std::fclose(f);
-  }
-  EXPECT_EQ(shown, L"加载资源文件失败：nope.xml");
 }
 
 }  // namespace
