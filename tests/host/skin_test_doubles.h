@@ -25,12 +25,6 @@ inline std::string ColorText(uint32_t argb) {
 // Records what a paint manager asks of its window.
 class RecordingWindow : public PaintWindow {
  public:
-  struct Post {
-    unsigned msg;
-    uintptr_t wparam;
-    intptr_t lparam;
-  };
-
   void* NativeHandle() const override { return nullptr; }
   void Invalidate(const UiRect& rect) override { invalidated.push_back(rect); }
   bool StartTimer(unsigned native_id, unsigned elapse_ms) override {
@@ -44,9 +38,7 @@ class RecordingWindow : public PaintWindow {
     moves.push_back(to);
     rect = to;
   }
-  void PostToWindow(unsigned msg, uintptr_t wparam, intptr_t lparam) override {
-    posts.push_back({msg, wparam, lparam});
-  }
+  void PostToWindow(unsigned msg, uintptr_t, intptr_t) override { posts.push_back(msg); }
   void ResetDpiAssets() override { ++resets; }
 
   UiRect rect{0, 0, 1920, 1200};
@@ -56,7 +48,7 @@ class RecordingWindow : public PaintWindow {
   std::vector<std::pair<unsigned, unsigned>> started;
   std::vector<unsigned> stopped;
   std::vector<UiRect> moves;
-  std::vector<Post> posts;
+  std::vector<unsigned> posts;
   int resets = 0;
 };
 

@@ -2,10 +2,10 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ui/progress_window_core.h"
@@ -23,51 +23,51 @@ class FakeCountdownPlatform : public CountdownPlatform {
     std::lock_guard<std::mutex> lock(mutex_);
     EXPECT_EQ(window, kWindow);
     ticks.push_back(seconds);
-    changed_.notify_all();
   }
   uint64_t NowMs() override {
     std::lock_guard<std::mutex> lock(mutex_);
     return now_;
   }
   void Sleep(uint32_t ms) override {
-    std::unique_lock<std::mutex> lock(mutex_);
-    now_ += ms;
-    sleeps.push_back(ms);
-    changed_.notify_all();
-    while (gate_ && !gate_()) changed_.wait_for(lock, std::chrono::milliseconds(1));
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      now_ += ms;
+      sleeps.push_back(ms);
+    }
+    while (gate_ && !gate_()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   bool IsWindow(void* window) override { return window_alive && window == kWindow; }
   void RunRestart(const char* command) override {
     std::lock_guard<std::mutex> lock(mutex_);
     restarts.push_back(command);
     restart_at = now_;
-    changed_.notify_all();
   }
 
-  void SetGate(std::function<bool()> gate) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    gate_ = std::move(gate);
-  }
+  // Waits for the countdown thread to get as far as done says.
   void WaitUntil(const std::function<bool()>& done) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait(lock, done);
+    for (;;) {
+      {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (done()) return;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
   }
   void Advance(uint64_t ms) {
     std::lock_guard<std::mutex> lock(mutex_);
     now_ += ms;
   }
 
+  std::function<bool()> gate_;  // set before the countdown starts
   // Read once the countdown thread has been joined.
   std::vector<int> ticks;
   std::vector<uint32_t> sleeps;
   std::vector<std::string> restarts;
   uint64_t restart_at = 0;
-  bool window_alive = true;
+  std::atomic<bool> window_alive{true};
 
  private:
   std::mutex mutex_;
-  std::condition_variable changed_;
-  std::function<bool()> gate_;
   uint64_t now_ = 5000;
 };
 
@@ -91,11 +91,6 @@ class FakeView : public ProgressView {
   std::vector<std::wstring> countdown_text;
 };
 
-std::vector<int> SecondsDown(std::vector<int> first, int from) {
-  for (int s = from; s >= 0; --s) first.push_back(s);
-  return first;
-}
-
 class ProgressWindowTest : public testing::Test {
  protected:
   FakeCountdownPlatform platform;
@@ -103,16 +98,12 @@ class ProgressWindowTest : public testing::Test {
 };
 
 TEST_F(ProgressWindowTest, ProgressClampsTheBarButNotTheLabel) {
-  const struct {
-    int percent, bar;
-    const wchar_t* text;
-  } cases[] = {{-5, 0, L"-5%"}, {0, 0, L"0%"}, {42, 42, L"42%"}, {99, 99, L"99%"}, {101, 100, L"101%"},
-               {250, 100, L"250%"}};
+  const std::pair<int, int> cases[] = {{-5, 0}, {0, 0}, {42, 42}, {99, 99}, {101, 100}, {250, 100}};
   ProgressWindowCore window(view, platform);
-  for (const auto& c : cases) {
-    window.SetProgress(c.percent);
-    EXPECT_EQ(view.bar.back(), c.bar) << c.percent;
-    EXPECT_EQ(view.progress_text, c.text);
+  for (const auto& [percent, bar] : cases) {
+    window.SetProgress(percent);
+    EXPECT_EQ(view.bar.back(), bar) << percent;
+    EXPECT_EQ(view.progress_text, std::to_wstring(percent) + L"%");
   }
   // Only exactly 100 starts the countdown.
   EXPECT_FALSE(window.CountdownRunning());
@@ -130,38 +121,46 @@ TEST_F(ProgressWindowTest, HundredWithoutACloseCountsDownAndRestartsOnce) {
   EXPECT_EQ(view.countdown_text, std::vector<std::wstring>{L"12s 后将自动重启"});
   platform.WaitUntil([&] { return !platform.restarts.empty(); });
   window.StopCountdown();
-  EXPECT_EQ(platform.ticks, SecondsDown({}, 12));
+  EXPECT_EQ(platform.ticks, (std::vector<int>{12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0}));
   EXPECT_EQ(platform.restarts, std::vector<std::string>{"shutdown /r /t 0 /d p:0:0"});
   EXPECT_EQ(platform.restart_at, 17000u);  // 12 s after the 100
   EXPECT_EQ(platform.sleeps, std::vector<uint32_t>(60, 200));
   window.UpdateCountdownText(3);
   EXPECT_EQ(view.countdown_text.back(), L"3s 后将自动重启");
+  // A window gone by then gets no ticks, but the restart still runs.
+  platform.window_alive = false;
+  window.SetProgress(100);
+  platform.WaitUntil([&] { return platform.restarts.size() == 2; });
+  window.StopCountdown();
+  EXPECT_EQ(platform.ticks.size(), 13u);
 }
 
 TEST_F(ProgressWindowTest, CloseCancelsTheCountdownAndALaterHundredStartsAnother) {
-  ProgressWindowCore window(view, platform);
-  platform.SetGate([&] { return window.CountdownCancelRequested(); });
-  window.SetProgress(99);
-  window.SetProgress(100);
-  window.SetProgress(50);  // moves the bar, keeps the countdown
-  EXPECT_EQ(view.bar, (std::vector<int>{99, 100, 50}));
-  EXPECT_EQ(view.progress_text, L"50%");
-  EXPECT_EQ(view.countdown_row_shows, 1);
-  EXPECT_TRUE(window.CountdownRunning());
-  platform.WaitUntil([&] { return !platform.sleeps.empty(); });
-  window.StopCountdown();
-  EXPECT_EQ(platform.ticks, std::vector<int>{12});
-  EXPECT_FALSE(window.CountdownRunning());
-  window.SetProgress(100);
-  EXPECT_TRUE(window.CountdownRunning());
-  EXPECT_EQ(view.countdown_text.size(), 2u);
-  window.StopCountdown();
+  {
+    ProgressWindowCore window(view, platform);
+    platform.gate_ = [&] { return window.CountdownCancelRequested(); };
+    window.SetProgress(99);
+    window.SetProgress(100);
+    window.SetProgress(50);  // moves the bar, keeps the countdown
+    EXPECT_EQ(view.bar, (std::vector<int>{99, 100, 50}));
+    EXPECT_EQ(view.countdown_row_shows, 1);
+    EXPECT_TRUE(window.CountdownRunning());
+    platform.WaitUntil([&] { return !platform.sleeps.empty(); });
+    window.StopCountdown();
+    EXPECT_EQ(platform.ticks, std::vector<int>{12});
+    EXPECT_FALSE(window.CountdownRunning());
+    window.SetProgress(100);
+    EXPECT_TRUE(window.CountdownRunning());
+    EXPECT_EQ(view.countdown_text.size(), 2u);
+    platform.WaitUntil([&] { return platform.sleeps.size() == 2; });
+  }  // destroying the window cancels and joins
   EXPECT_TRUE(platform.restarts.empty());
+  EXPECT_EQ(platform.ticks, (std::vector<int>{12, 12}));
 }
 
 TEST_F(ProgressWindowTest, SecondHundredKeepsTheDeadline) {
   std::atomic<bool> released{false};
-  platform.SetGate([&] { return released.load(); });
+  platform.gate_ = [&] { return released.load(); };
   ProgressWindowCore window(view, platform);
   window.SetProgress(100);
   platform.WaitUntil([&] { return !platform.sleeps.empty(); });
@@ -171,30 +170,9 @@ TEST_F(ProgressWindowTest, SecondHundredKeepsTheDeadline) {
   released = true;
   platform.WaitUntil([&] { return !platform.restarts.empty(); });
   window.StopCountdown();
-  EXPECT_EQ(platform.ticks, SecondsDown({12}, 7));
+  EXPECT_EQ(platform.ticks, (std::vector<int>{12, 7, 6, 5, 4, 3, 2, 1, 0}));
   EXPECT_EQ(platform.restart_at, 17000u);
   EXPECT_EQ(platform.restarts.size(), 1u);
-}
-
-TEST_F(ProgressWindowTest, GoneWindowGetsNoTicksButTheRestartStillRuns) {
-  platform.window_alive = false;
-  ProgressWindowCore window(view, platform);
-  window.SetProgress(100);
-  platform.WaitUntil([&] { return !platform.restarts.empty(); });
-  window.StopCountdown();
-  EXPECT_TRUE(platform.ticks.empty());
-  EXPECT_EQ(platform.restarts.size(), 1u);
-}
-
-TEST_F(ProgressWindowTest, DestroyingTheWindowCancelsAndJoins) {
-  {
-    ProgressWindowCore window(view, platform);
-    platform.SetGate([&] { return window.CountdownCancelRequested(); });
-    window.SetProgress(100);
-    platform.WaitUntil([&] { return !platform.sleeps.empty(); });
-  }
-  EXPECT_TRUE(platform.restarts.empty());
-  EXPECT_EQ(platform.ticks, std::vector<int>{12});
 }
 
 }  // namespace
