@@ -10,15 +10,6 @@
 
 namespace {
 
-class CustomTags : public calder::IDialogBuilderCallback {
- public:
-  calder::CControlUI* CreateControl(const wchar_t* tag) override {
-    const std::wstring t = tag;
-    if (t == L"FirmProgressUI" || t == L"LottieUI" || t == L"CircleProgress") return new calder::test::FakeCustomUI(t);
-    return nullptr;
-  }
-};
-
 // Paints nowhere: only the tree walk is under test.
 class NullCanvas : public calder::Canvas {
  public:
@@ -38,7 +29,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   test::RecordingWindow window;
   CPaintManagerUI manager;
   manager.Init(&window);
-  CustomTags tags;
+  test::CustomTags tags;
   CDialogBuilder builder;
   CControlUI* root = builder.CreateFromXml(reinterpret_cast<const char*>(data), size, &tags, &manager);
   // A document either builds or says why not.

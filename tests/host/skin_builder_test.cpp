@@ -11,7 +11,7 @@
 namespace calder {
 namespace {
 
-using test::FakeCustomUI;
+using test::CustomTags;
 using test::RecordingWindow;
 using test::RectText;
 
@@ -19,20 +19,6 @@ std::string ReadFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
-
-// The window's hook as the progress window has it: exact, case-sensitive tags.
-class CustomTags : public IDialogBuilderCallback {
- public:
-  CControlUI* CreateControl(const wchar_t* tag) override {
-    asked.push_back(WideToUtf8(tag));
-    const std::wstring t = tag;
-    if (t == L"FirmProgressUI") return new FakeCustomUI(L"CFirmProgressUI");
-    if (t == L"LottieUI") return new FakeCustomUI(L"LottieUI");
-    if (t == L"CircleProgress") return new FakeCustomUI(L"CircleProgress");
-    return nullptr;
-  }
-  std::vector<std::string> asked;
-};
 
 class SkinBuild : public testing::Test {
  protected:

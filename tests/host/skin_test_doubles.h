@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "ui/skin/builder.h"
 #include "ui/skin/canvas.h"
 #include "ui/skin/paint_window.h"
 #include "ui/skin/progress.h"
@@ -81,6 +82,17 @@ class FakeCustomUI : public CProgressUI {
 
  private:
   std::wstring cls_;
+};
+
+// The window's hook as the progress window has it: exact, case-sensitive tags.
+class CustomTags : public IDialogBuilderCallback {
+ public:
+  CControlUI* CreateControl(const wchar_t* tag) override {
+    asked.push_back(WideToUtf8(tag));
+    const std::wstring t = tag;
+    return t == L"FirmProgressUI" || t == L"LottieUI" || t == L"CircleProgress" ? new FakeCustomUI(t) : nullptr;
+  }
+  std::vector<std::string> asked;
 };
 
 }  // namespace calder::test

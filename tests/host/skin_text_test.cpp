@@ -9,10 +9,7 @@ namespace calder {
 namespace {
 
 // UTF-8 and the code points it holds, at the edges of each sequence length.
-const struct {
-  std::string utf8;
-  std::wstring wide;
-} kValidUtf8[] = {
+const std::pair<std::string, std::wstring> kValidUtf8[] = {
     {std::string("a\0b", 3), std::wstring(L"a\0b", 3)},
     {"\x7F", L"\x7F"},
     {"\xC2\x80", L"\x80"},
@@ -25,18 +22,15 @@ const struct {
 };
 
 TEST(SkinText, Utf8AndWideConvertBothWays) {
-  for (const auto& c : kValidUtf8) {
-    EXPECT_EQ(Utf8ToWide(c.utf8), c.wide) << c.utf8;
-    EXPECT_EQ(WideToUtf8(c.wide), c.utf8) << c.utf8;
+  for (const auto& [utf8, wide] : kValidUtf8) {
+    EXPECT_EQ(Utf8ToWide(utf8), wide) << utf8;
+    EXPECT_EQ(WideToUtf8(wide), utf8) << utf8;
   }
 }
 
 TEST(SkinText, EachBadUtf8ByteBecomesOneReplacement) {
-  const struct {
-    std::string utf8;
-    std::wstring wide;
-  } cases[] = {
-      {"\x80", L"\uFFFD"},                                   // stray continuation
+  const std::pair<std::string, std::wstring> cases[] = {
+      {"\x80", L"\uFFFD"},                                  // stray continuation
       {"\xF8\x88\x80\x80\x80", L"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD"},  // five-byte lead
       {"\xC1\xBF", L"\uFFFD\uFFFD"},                          // overlong two
       {"\xE0\x9F\xBF", L"\uFFFD\uFFFD\uFFFD"},                // overlong three
@@ -46,7 +40,7 @@ TEST(SkinText, EachBadUtf8ByteBecomesOneReplacement) {
       {"\xE5\x41\xAE", L"\uFFFDA\uFFFD"},                     // broken continuation
       {"x\xE5\xBE", L"x\uFFFD\uFFFD"},                        // cut at the end
   };
-  for (const auto& c : cases) EXPECT_EQ(Utf8ToWide(c.utf8), c.wide) << c.utf8.size();
+  for (const auto& [utf8, wide] : cases) EXPECT_EQ(Utf8ToWide(utf8), wide) << utf8.size();
   // Only the given length is read.
   EXPECT_EQ(Utf8ToWide("\xE5\xBE\xAE", 2), L"\uFFFD\uFFFD");
   // Wide values no UTF-8 can hold are replaced too.
@@ -90,10 +84,7 @@ TEST(SkinText, NumbersReadTheLeadingDecimalAndSaturate) {
 }
 
 TEST(SkinText, ColoursAreOneOptionalHashThenHexDigits) {
-  const struct {
-    const wchar_t* text;
-    uint32_t argb;
-  } cases[] = {
+  const std::pair<const wchar_t*, uint32_t> cases[] = {
       {L"#FF3482FF", 0xFF3482FF}, {L"FF3482FF", 0xFF3482FF},  {L"#09afAF", 0x09AFAF},
       {L"#", 0},                  {L"", 0},                   {L"##1", 0},
       {L"# 12", 0x12},            {L"#80ffffffG", 0x80FFFFFF}, {L"1/", 1},
@@ -101,7 +92,7 @@ TEST(SkinText, ColoursAreOneOptionalHashThenHexDigits) {
       {L"1`", 1},                 {L"1g", 1},                  {L"#FFFFFFFF", 0xFFFFFFFF},
       {L"#100000000", 0xFFFFFFFF}, {L"#123456789ABCDEF01", 0xFFFFFFFF},
   };
-  for (const auto& c : cases) EXPECT_EQ(ParseColor(c.text), c.argb) << c.text;
+  for (const auto& [text, argb] : cases) EXPECT_EQ(ParseColor(text), argb) << text;
   EXPECT_EQ(ParseColor(nullptr), 0u);
 }
 
