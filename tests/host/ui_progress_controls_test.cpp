@@ -5,6 +5,7 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform/environment.h"
@@ -131,32 +132,24 @@ TEST_F(ProgressControls, FactoryMakesTheThreeTagsExactly) {
   EXPECT_EQ(made, "CFirmProgressUI CircleProgress LottieUI - - - - ");  // class names asymmetric on purpose
 }
 
-TEST_F(ProgressControls, OwnAttributesAreCaseSensitiveAndSomeReachTheBase) {
-  const struct {
-    const wchar_t* name;  // each set to "12"
-    const char* bar;      // track, fill, radius, what the base keeps
-    const char* circle;   // text size, pen, ring, arc, what the base keeps
-  } cases[] = {
-      {L"cirbjcolor", "#00000012 #00000000 5 12", "0 0 #00000012 #00000000 12"},
-      {L"circolor", "#00000000 #00000012 5 -", "0 0 #00000000 #00000012 -"},
-      {L"radius", "#00000000 #00000000 12 12", "0 0 #00000000 #00000000 12"},
-      {L"textFontSize", "#00000000 #00000000 5 12", "12 0 #00000000 #00000000 12"},
-      {L"circlePenWidth", "#00000000 #00000000 5 12", "0 12 #00000000 #00000000 12"},
-      {L"Circolor", "#00000000 #00000000 5 12", "0 0 #00000000 #00000000 12"},
+TEST_F(ProgressControls, OwnAttributesAreExactNames) {
+  // Each name set to "12": the bar's track, fill and radius; the circle's text size, pen, ring and arc.
+  const std::tuple<const wchar_t*, const char*, const char*> cases[] = {
+      {L"cirbjcolor", "#00000012 #00000000 5", "0 0 #00000012 #00000000"},
+      {L"circolor", "#00000000 #00000012 5", "0 0 #00000000 #00000012"},
+      {L"radius", "#00000000 #00000000 12", "0 0 #00000000 #00000000"},
+      {L"textFontSize", "#00000000 #00000000 5", "12 0 #00000000 #00000000"},
+      {L"circlePenWidth", "#00000000 #00000000 5", "0 12 #00000000 #00000000"},
+      {L"Circolor", "#00000000 #00000000 5", "0 0 #00000000 #00000000"},
   };
-  auto kept = [&](const CControlUI& c, const wchar_t* name) {
-    const wchar_t* v = c.GetCustomAttribute(name);
-    return v != nullptr ? WideToUtf8(v) : "-";
-  };
-  for (const auto& c : cases) {
-    auto bar = Make<CFirmProgressUI>({{c.name, L"12"}});
-    auto circle = Make<CCircleProgressUI>({{c.name, L"12"}});
-    EXPECT_EQ(ColorText(bar->track_color()) + " " + ColorText(bar->fill_color()) + " " +
-                  std::to_string(bar->radius()) + " " + kept(*bar, c.name),
-              c.bar) << WideToUtf8(c.name);
+  for (const auto& [name, bar_fields, circle_fields] : cases) {
+    auto bar = Make<CFirmProgressUI>({{name, L"12"}});
+    auto circle = Make<CCircleProgressUI>({{name, L"12"}});
+    EXPECT_EQ(ColorText(bar->track_color()) + " " + ColorText(bar->fill_color()) + " " + std::to_string(bar->radius()),
+              bar_fields) << WideToUtf8(name);
     EXPECT_EQ(std::to_string(circle->text_size()) + " " + std::to_string(circle->pen_width()) + " " +
-                  ColorText(circle->ring_color()) + " " + ColorText(circle->arc_color()) + " " + kept(*circle, c.name),
-              c.circle) << WideToUtf8(c.name);
+                  ColorText(circle->ring_color()) + " " + ColorText(circle->arc_color()),
+              circle_fields) << WideToUtf8(name);
   }
 }
 
