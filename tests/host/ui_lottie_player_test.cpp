@@ -85,15 +85,5 @@ TEST_F(LottiePlayerTest, MissingOrBrokenFilesLeaveItEmpty) {
   }
 }
 
-TEST(AnimationFilePath, FolderOfTheModuleWithTheNameAsGiven) {
-  const char* cases[][3] = {
-      {"C:\\Tools\\calder.exe", "loading_dark.json", "C:\\Tools\\loading_dark.json"},
-      {"C:\\Tools\\calder.exe", "..\\x.json", "C:\\Tools\\..\\x.json"},
-      {"C:\\a\\b\\calder.exe", "D:\\y.json", "C:\\a\\b\\D:\\y.json"},
-      {"calder.exe", "a.json", "calder.exea.json"},
-  };
-  for (const auto& c : cases) EXPECT_EQ(AnimationFilePath(c[0], c[1]), c[2]);
-}
-
 }  // namespace
 }  // namespace calder

@@ -240,42 +240,35 @@ TEST_F(LottieControl, FolderNamesConvertFromUtf16) {
 
 TEST_F(LottieControl, JsonBesideTheExePlaysOnItsOwnTimer) {
   PlaceExe(u"calder_exe_dir", "calder_exe_dir");
-  auto upper = Make<CLottieUI>({{L"JSON", L"loading_dark.json"}});
-  auto missing = Make<CLottieUI>({{L"json", L"nothing_here.json"}});
-  for (CLottieUI* empty : {upper.get(), missing.get()}) {
+  // The name is exact; a missing file plays nothing.
+  for (const Attrs& attrs : {Attrs{{L"JSON", L"loading_dark.json"}}, Attrs{{L"json", L"nothing_here.json"}}}) {
+    auto empty = Make<CLottieUI>(attrs);
     EXPECT_FALSE(empty->playing());
     empty->SetPos({0, 0, 110, 110});
     empty->PaintStatusImage(canvas);
   }
   EXPECT_TRUE(window.started.empty());
-  EXPECT_TRUE(g_paint.empty());
-
-  auto lottie = Make<CLottieUI>({{L"json", L"loading_dark.json"}, {L"autoplay", L"false"}});
-  EXPECT_TRUE(lottie->playing());
-  ASSERT_EQ(window.started.size(), 1u);
-  EXPECT_EQ(window.started[0].second, 33u);
+  auto lottie = Make<CLottieUI>({{L"json", L"loading_dark.json"}});
+  ASSERT_TRUE(lottie->playing());
+  EXPECT_EQ(window.started.at(0).second, 33u);
   // Timer events of its own id advance one frame each; others do nothing.
   TEventUI tick;
-  tick.Type = UIEVENT_TIMER;
-  tick.wParam = CLottieUI::kDefaultTimerId;
-  lottie->Event(tick);
+  for (const auto& [type, id] : {std::pair<int, unsigned>{UIEVENT_TIMER, CLottieUI::kDefaultTimerId},
+                                 {UIEVENT_TIMER, 7}, {UIEVENT_TIMER + 1, CLottieUI::kDefaultTimerId}}) {
+    tick.Type = type;
+    tick.wParam = id;
+    lottie->Event(tick);
+  }
   EXPECT_EQ(lottie->player().current_frame(), 1u);
-  tick.wParam = 7;
-  lottie->Event(tick);
-  tick.Type = UIEVENT_TIMER + 1;
-  tick.wParam = CLottieUI::kDefaultTimerId;
-  lottie->Event(tick);
-  EXPECT_EQ(lottie->player().current_frame(), 1u);
-
+  // Drawn only inside the screen's top-left corner and with an area.
   for (const UiRect& r : {UiRect{905, 345, 1015, 455}, UiRect{-1, 345, 109, 455}, UiRect{0, -1, 110, 109},
                           UiRect{0, 0, 0, 110}, UiRect{0, 0, 110, 0}}) {
     lottie->SetPos(r);
     lottie->PaintStatusImage(canvas);
   }
   EXPECT_EQ(g_paint, (std::vector<std::string>{"open 2", "image 343x343 905,345,1015,455", "close"}));
-  // Destruction stops the timer it started.
   const unsigned native = window.started[0].first;
-  lottie.reset();
+  lottie.reset();  // destruction stops the timer it started
   EXPECT_EQ(window.stopped, std::vector<unsigned>{native});
 }
 
