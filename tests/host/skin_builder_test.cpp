@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -12,13 +10,9 @@ namespace calder {
 namespace {
 
 using test::CustomTags;
+using test::ReadFile;
 using test::RecordingWindow;
 using test::RectText;
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
 
 class SkinBuild : public testing::Test {
  protected:

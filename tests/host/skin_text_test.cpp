@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <string>
+#include <tuple>
 
 #include "ui/skin/text.h"
 
@@ -49,36 +50,28 @@ TEST(SkinText, EachBadUtf8ByteBecomesOneReplacement) {
 }
 
 TEST(SkinText, AsciiNamesCompareWithoutCase) {
-  const struct {
-    const wchar_t* a;
-    const wchar_t* b;
-    bool equal;
-  } cases[] = {
+  const std::tuple<const wchar_t*, const wchar_t*, bool> cases[] = {
       {L"VerticalLayout", L"verticallayout", true}, {L"AZ", L"az", true},
       {L"@[", L"`{", false},  // the neighbours of the letter ranges do not fold
       {L"name", L"names", false}, {L"names", L"name", false},  {L"", L"", true},
       {nullptr, nullptr, true},   {nullptr, L"", false},        {L"\u00C9", L"\u00E9", false},
   };
-  for (const auto& c : cases) EXPECT_EQ(EqualsNoCase(c.a, c.b), c.equal) << (c.a ? c.a : L"null");
+  for (const auto& [a, b, equal] : cases) EXPECT_EQ(EqualsNoCase(a, b), equal) << (a ? a : L"null");
   EXPECT_EQ(AsciiLower(L"CAZ@[`{\u00C9"), L"caz@[`{\u00C9");
 }
 
 TEST(SkinText, NumbersReadTheLeadingDecimalAndSaturate) {
-  const struct {
-    const wchar_t* text;
-    int value;
-    size_t used;
-  } cases[] = {
+  const std::tuple<const wchar_t*, int, size_t> cases[] = {
       {L"650", 650, 3},          {L" \t\r\n-7px", -7, 6},        {L"+5", 5, 2},
       {L"x1", 0, 0},             {L"", 0, 0},                   {L"-", 0, 1},
       {L"09", 9, 2},             {L"2147483647", INT_MAX, 10},  {L"2147483648", INT_MAX, 10},
       {L"99999999999", INT_MAX, 11}, {L"-2147483648", INT_MIN, 11}, {L"-99999999999", INT_MIN, 12},
       {L"1920,1200", 1920, 4},
   };
-  for (const auto& c : cases) {
+  for (const auto& [text, value, used] : cases) {
     const wchar_t* end = nullptr;
-    EXPECT_EQ(ParseInt(c.text, &end), c.value) << c.text;
-    EXPECT_EQ(static_cast<size_t>(end - c.text), c.used) << c.text;
+    EXPECT_EQ(ParseInt(text, &end), value) << text;
+    EXPECT_EQ(static_cast<size_t>(end - text), used) << text;
   }
   EXPECT_EQ(ParseInt(nullptr), 0);
 }

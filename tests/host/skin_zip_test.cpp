@@ -1,19 +1,15 @@
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
+#include "tests/host/skin_test_doubles.h"
 #include "ui/skin/zip_reader.h"
 
 namespace calder {
 namespace {
 
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
+using test::ReadFile;
 
 // The built skin zip (one deflated entry) and a stored one: "skin.xml", then an empty "b/".
 const std::string kDeflated = ReadFile(CALDER_SKIN_ZIP);
@@ -74,10 +70,7 @@ TEST(ZipReader, CorruptHeadersAndDataAreReported) {
   flipped[50] ^= 0x55;
   std::string changed = kStored;
   changed[changed.find("<control")] = '{';
-  const struct {
-    std::string zip;
-    ZipError expected;
-  } cases[] = {
+  const std::pair<std::string, ZipError> cases[] = {
       {changed, ZipError::kBadChecksum},
       {Poke16(kDeflated, central + 24, 2817), ZipError::kCorruptData},  // one byte more than inflates
       {Poke16(kDeflated, central + 8, 0x0001), ZipError::kEncrypted},
@@ -94,7 +87,7 @@ TEST(ZipReader, CorruptHeadersAndDataAreReported) {
       {Poke16(Poke16(kDeflated, end + 8, 0xFFFF), end + 10, 0xFFFF), ZipError::kUnsupported},
       {Poke16(kDeflated, end + 14, 0x7FFF), ZipError::kTruncated},  // directory past the end record
   };
-  for (const auto& c : cases) EXPECT_EQ(OpenAndExtract(c.zip, "skin.xml"), c.expected) << &c - cases;
+  for (const auto& c : cases) EXPECT_EQ(OpenAndExtract(c.first, "skin.xml"), c.second) << &c - cases;
   const ZipError e = OpenAndExtract(flipped, "skin.xml");
   EXPECT_TRUE(e == ZipError::kCorruptData || e == ZipError::kBadChecksum) << ZipErrorText(e);
 }

@@ -25,12 +25,8 @@ using test::ColorText;
 using test::RectText;
 
 // The bar's band, corner radius and fill for a control rectangle, at several scales.
-const struct {
-  UiRect control;
-  int scale, radius, value;
-  const char* bands;  // track and fill rectangles, "" when nothing is drawn
-  int r, fill;
-} kBars[] = {
+// control, scale, radius, value; track and fill rectangles ("" when nothing is drawn), radius, fill
+const std::tuple<UiRect, int, int, int, const char*, int, int> kBars[] = {
     {{100, 200, 750, 210}, 100, 5, 50, "100,209,750,219 100,209,425,219", 5, 325},  // s = 1.0417: 9 down, 10 high
     {{0, 300, 975, 316}, 150, 5, 100, "0,314,975,329 0,314,975,329", 7, 975},     // 14.0625 down, 15.625 high
     {{0, 0, 650, 10}, 125, 4, 99, "0,11,650,24 0,11,643,24", 5, 643},
@@ -41,13 +37,13 @@ const struct {
 };
 
 TEST(BarGeometry, BandRadiusAndFillAtEachScale) {
-  for (const auto& c : kBars) {
-    const BarGeometry g = ComputeBarGeometry(c.control, c.scale, c.radius, c.value);
-    const std::string row = RectText(c.control) + " at " + std::to_string(c.scale);
-    EXPECT_EQ(g.visible ? RectText(g.track) + " " + RectText(g.fill_rect) : "", c.bands) << row;
+  for (const auto& [control, scale, radius, value, bands, r, fill] : kBars) {
+    const BarGeometry g = ComputeBarGeometry(control, scale, radius, value);
+    const std::string row = RectText(control) + " at " + std::to_string(scale);
+    EXPECT_EQ(g.visible ? RectText(g.track) + " " + RectText(g.fill_rect) : "", bands) << row;
     if (!g.visible) continue;
-    EXPECT_EQ(g.radius, c.r) << row;
-    EXPECT_EQ(g.fill, c.fill) << row;
+    EXPECT_EQ(g.radius, r) << row;
+    EXPECT_EQ(g.fill, fill) << row;
   }
 }
 
@@ -154,13 +150,8 @@ TEST_F(ProgressControls, OwnAttributesAreExactNames) {
 }
 
 TEST_F(ProgressControls, BarAndCirclePaintThroughThePainterAtEachScale) {
-  const struct {
-    bool circle;
-    UiRect rect;
-    unsigned dpi;
-    int value;
-    const char* calls;
-  } cases[] = {
+  // circle or bar, its rectangle, the DPI, the value, the painter calls
+  const std::tuple<bool, UiRect, unsigned, int, const char*> cases[] = {
       // The bar's value is a percentage whatever its range; 0 draws only the track.
       {false, {100, 200, 750, 210}, 96, 50,
        "open 0|path #40FFFFFF (100,209,10,180,90) (740,209,10,270,90) (740,209,10,0,90) (100,209,10,90,90)|"
@@ -179,17 +170,17 @@ TEST_F(ProgressControls, BarAndCirclePaintThroughThePainterAtEachScale) {
   };
   const Attrs style = {{L"cirbjcolor", L"#40FFFFFF"}, {L"circolor", L"#FF3482FF"}, {L"max", L"200"},
                        {L"textFontSize", L"20"}, {L"circlePenWidth", L"8"}};
-  for (const auto& c : cases) {
+  for (const auto& [circle, rect, dpi, value, expected] : cases) {
     std::unique_ptr<CProgressUI> control;
-    if (c.circle) control = Make<CCircleProgressUI>(style); else control = Make<CFirmProgressUI>(style);
-    manager.GetDPIObj()->SetScale(c.dpi);
-    control->SetPos(c.rect);
-    control->SetValue(c.value);
+    if (circle) control = Make<CCircleProgressUI>(style); else control = Make<CFirmProgressUI>(style);
+    manager.GetDPIObj()->SetScale(dpi);
+    control->SetPos(rect);
+    control->SetValue(value);
     g_paint.clear();
     control->PaintStatusImage(canvas);
     std::string calls;
     for (const std::string& line : g_paint) calls += line + "|";
-    EXPECT_EQ(calls, c.calls) << RectText(c.rect);
+    EXPECT_EQ(calls, expected) << RectText(rect);
     test::RecordingCanvas plain;  // no native context: nothing to paint on
     control->PaintStatusImage(plain);
     EXPECT_EQ(g_paint.size(), static_cast<size_t>(std::count(calls.begin(), calls.end(), '|')));
