@@ -81,23 +81,13 @@ class RecordingCanvas : public Canvas {
   std::vector<std::string> calls;
 };
 
-// Stands in for a custom control that the window's hook makes.
-class FakeCustomUI : public CProgressUI {
- public:
-  explicit FakeCustomUI(std::wstring cls) : cls_(std::move(cls)) {}
-  std::wstring GetClass() const override { return cls_; }
-
- private:
-  std::wstring cls_;
-};
-
 // The window's hook as the progress window has it: exact, case-sensitive tags.
 class CustomTags : public IDialogBuilderCallback {
  public:
   CControlUI* CreateControl(const wchar_t* tag) override {
     asked.push_back(WideToUtf8(tag));
     const std::wstring t = tag;
-    return t == L"FirmProgressUI" || t == L"LottieUI" || t == L"CircleProgress" ? new FakeCustomUI(t) : nullptr;
+    return t == L"FirmProgressUI" || t == L"LottieUI" || t == L"CircleProgress" ? new CProgressUI() : nullptr;
   }
   std::vector<std::string> asked;
 };
