@@ -12,7 +12,6 @@
 #include "platform/environment.h"
 #include "tests/host/skin_test_doubles.h"
 #include "tests/support/fake_system.h"
-#include "ui/circle_progress_ui.h"
 #include "ui/firm_progress_ui.h"
 #include "ui/lottie_ui.h"
 #include "ui/progress_controls.h"
@@ -68,18 +67,9 @@ class RecordingPainter : public ShapePainter {
     }
     g_paint.push_back(line);
   }
-  void DrawEllipse(int x, int y, int w, int h, float pen, uint32_t argb) override {
-    g_paint.push_back("ellipse " + RectText({x, y, x + w, y + h}) + " pen " + Num(pen) + " " + ColorText(argb));
-  }
-  void DrawArc(int x, int y, int w, int h, float start, float sweep, float pen, uint32_t argb,
-               bool round_caps) override {
-    g_paint.push_back("arc " + RectText({x, y, x + w, y + h}) + " " + Num(start) + " " + Num(sweep) + " pen " +
-                      Num(pen) + " " + ColorText(argb) + (round_caps ? " round" : ""));
-  }
-  void DrawCentredText(const UiRect& rect, const std::wstring& text, int height, const std::wstring& face) override {
-    g_paint.push_back("text " + RectText(rect) + " " + WideToUtf8(text) + " " + std::to_string(height) + " " +
-                      WideToUtf8(face));
-  }
+  void DrawEllipse(int, int, int, int, float, uint32_t) override {}
+  void DrawArc(int, int, int, int, float, float, float, uint32_t, bool) override {}
+  void DrawCentredText(const UiRect&, const std::wstring&, int, const std::wstring&) override {}
   void DrawPremultiplied(const uint32_t*, int width, int height, const UiRect& dest) override {
     g_paint.push_back("image " + std::to_string(width) + "x" + std::to_string(height) + " " + RectText(dest));
   }
@@ -129,7 +119,6 @@ TEST_F(ProgressControls, FactoryMakesTheThreeTagsExactly) {
   EXPECT_EQ(made, "CFirmProgressUI CircleProgress LottieUI - - - - ");  // class names asymmetric on purpose
 }
 
-// The circle's own names show in its painting below.
 TEST_F(ProgressControls, BarAttributesAreExactNames) {
   const std::pair<const wchar_t*, const char*> cases[] = {  // each set to "12": track, fill, radius
       {L"cirbjcolor", "#00000012 #00000000 5"}, {L"circolor", "#00000000 #00000012 5"},
@@ -143,41 +132,27 @@ TEST_F(ProgressControls, BarAttributesAreExactNames) {
   }
 }
 
-TEST_F(ProgressControls, BarAndCirclePaintThroughThePainterAtEachScale) {
-  // circle or bar, its rectangle, the DPI, the value, the painter calls
-  const std::tuple<bool, UiRect, unsigned, int, const char*> cases[] = {
-      // The bar's value is a percentage whatever its range; 0 draws only the track.
-      {false, {100, 200, 750, 210}, 96, 50,
-       "open 0|path #40FFFFFF (100,209,10,180,90) (740,209,10,270,90) (740,209,10,0,90) (100,209,10,90,90)|"
-       "path #FF3482FF (100,209,10,180,90) (415,209,10,270,90) (415,209,10,0,90) (100,209,10,90,90)|close|"},
-      {false, {100, 200, 750, 210}, 96, 0,
-       "open 0|path #40FFFFFF (100,209,10,180,90) (740,209,10,270,90) (740,209,10,0,90) (100,209,10,90,90)|close|"},
-      {true, {10, 20, 111, 121}, 96, 25,  // r = 50 - 4 - 8 / 2
-       "open 1|ellipse 18,28,102,112 pen 8 #40FFFFFF|arc 18,28,102,112 -90 90 pen 8 #FF3482FF round|"
-       "text 10,20,111,121 25% -20 微软雅黑|close|"},
-      {true, {0, 0, 51, 90}, 144, 60,  // r = 25 - 6 - 12 / 2
-       "open 1|ellipse 12,32,38,58 pen 12 #40FFFFFF|arc 12,32,38,58 -90 216 pen 12 #FF3482FF round|"
-       "text 0,0,51,90 60% -31 微软雅黑|close|"},
-      {true, {10, 20, 10, 121}, 96, 25, ""},
-      {true, {10, 20, 111, 20}, 96, 25, ""},
-  };
-  const Attrs style = {{L"cirbjcolor", L"#40FFFFFF"}, {L"circolor", L"#FF3482FF"}, {L"max", L"200"},
-                       {L"textFontSize", L"20"}, {L"circlePenWidth", L"8"}};
-  for (const auto& [circle, rect, dpi, value, expected] : cases) {
-    std::unique_ptr<CProgressUI> control;
-    if (circle) control = Make<CCircleProgressUI>(style); else control = Make<CFirmProgressUI>(style);
-    manager.GetDPIObj()->SetScale(dpi);
-    control->SetPos(rect);
-    control->SetValue(value);
+TEST_F(ProgressControls, BarPaintsTrackThenFillAsPills) {
+  // The value is a percentage whatever the range; 0 draws only the track.
+  const std::string track = "path #40FFFFFF (100,209,10,180,90) (740,209,10,270,90) (740,209,10,0,90) (100,209,10,90,90)|";
+  const std::pair<int, std::string> cases[] = {
+      {50, "open 0|" + track + "path #FF3482FF (100,209,10,180,90) (415,209,10,270,90) (415,209,10,0,90) "
+                               "(100,209,10,90,90)|close|"},
+      {0, "open 0|" + track + "close|"}};
+  auto bar = Make<CFirmProgressUI>({{L"cirbjcolor", L"#40FFFFFF"}, {L"circolor", L"#FF3482FF"}, {L"max", L"200"}});
+  bar->SetPos({100, 200, 750, 210});
+  for (const auto& [value, expected] : cases) {
+    bar->SetValue(value);
     g_paint.clear();
-    control->PaintStatusImage(canvas);
+    bar->PaintStatusImage(canvas);
     std::string calls;
     for (const std::string& line : g_paint) calls += line + "|";
-    EXPECT_EQ(calls, expected) << RectText(rect);
-    test::RecordingCanvas plain;  // no native context: nothing to paint on
-    control->PaintStatusImage(plain);
-    EXPECT_EQ(g_paint.size(), static_cast<size_t>(std::count(calls.begin(), calls.end(), '|')));
+    EXPECT_EQ(calls, expected) << value;
   }
+  g_paint.clear();
+  test::RecordingCanvas plain;  // no native context: nothing to paint on
+  bar->PaintStatusImage(plain);
+  EXPECT_TRUE(g_paint.empty());
 }
 
 // The executable "lives" in a folder whose UTF-16 name the control turns into
