@@ -98,28 +98,21 @@ TEST_F(SkinBuild, AttributesApplyInDocumentOrderWithTheManagerAttached) {
 }
 
 TEST_F(SkinBuild, BadDocumentsAreRejectedWithAReason) {
-  struct Case {
-    std::string xml;
-    std::string error;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {"", "bad XML: No document element found at offset 0"},
       {"<Window><VerticalLayout></Window>", "bad XML: Start-end tags mismatch at offset 26"},
       {"<Skin><VerticalLayout/></Skin>", "root element is not Window"},
       {"<Window><Font id='0' name='x' size='9'/></Window>", "skin has no control"},
       {"<Window><Mystery/></Window>", "skin has no control"},
   };
-  for (const Case& c : cases) {
-    EXPECT_EQ(Build(c.xml), nullptr) << c.xml;
-    EXPECT_EQ(error, c.error) << c.xml;
+  for (const auto& [xml, reason] : cases) {
+    EXPECT_EQ(Build(xml), nullptr) << xml;
+    EXPECT_EQ(error, reason) << xml;
   }
-  auto nested = [](int levels) {
-    std::string xml = "<Window>";
-    for (int i = 0; i < levels; ++i) xml += "<VerticalLayout>";
-    for (int i = 0; i < levels; ++i) xml += "</VerticalLayout>";
-    return xml + "</Window>";
-  };
-  EXPECT_NE(Build(nested(128)), nullptr);
-  EXPECT_EQ(Build(nested(129)), nullptr);
+  std::string open, close;  // 128 levels
+  for (int i = 0; i < 128; ++i) open += "<VerticalLayout>", close += "</VerticalLayout>";
+  EXPECT_NE(Build("<Window>" + open + close + "</Window>"), nullptr);
+  EXPECT_EQ(Build("<Window><VerticalLayout>" + open + close + "</VerticalLayout></Window>"), nullptr);
   EXPECT_EQ(error, "skin nests deeper than 128 levels");
 }
 
