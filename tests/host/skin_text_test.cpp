@@ -11,15 +11,9 @@ namespace {
 
 // UTF-8 and the code points it holds, at the edges of each sequence length.
 const std::pair<std::string, std::wstring> kValidUtf8[] = {
-    {std::string("a\0b", 3), std::wstring(L"a\0b", 3)},
-    {"\x7F", L"\x7F"},
-    {"\xC2\x80", L"\x80"},
-    {"\xDF\xBF", L"\x7FF"},
-    {"\xE0\xA0\x80", L"\x800"},
-    {"\xE5\xBE\xAE\xE8\xBD\xAF", L"\u5FAE\u8F6F"},
-    {"\xEF\xBF\xBF", L"\xFFFF"},
-    {"\xF0\x90\x80\x80", L"\U00010000"},
-    {"\xF4\x8F\xBF\xBF", L"\U0010FFFF"},
+    {std::string("a\0b", 3), std::wstring(L"a\0b", 3)}, {"\x7F", L"\x7F"}, {"\xC2\x80", L"\x80"},
+    {"\xDF\xBF", L"\x7FF"}, {"\xE0\xA0\x80", L"\x800"}, {"\xE5\xBE\xAE\xE8\xBD\xAF", L"\u5FAE\u8F6F"},
+    {"\xEF\xBF\xBF", L"\xFFFF"}, {"\xF0\x90\x80\x80", L"\U00010000"}, {"\xF4\x8F\xBF\xBF", L"\U0010FFFF"},
 };
 
 TEST(SkinText, Utf8AndWideConvertBothWays) {
@@ -31,15 +25,12 @@ TEST(SkinText, Utf8AndWideConvertBothWays) {
 
 TEST(SkinText, EachBadUtf8ByteBecomesOneReplacement) {
   const std::pair<std::string, std::wstring> cases[] = {
-      {"\x80", L"\uFFFD"},                                  // stray continuation
-      {"\xF8\x88\x80\x80\x80", L"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD"},  // five-byte lead
-      {"\xC1\xBF", L"\uFFFD\uFFFD"},                          // overlong two
-      {"\xE0\x9F\xBF", L"\uFFFD\uFFFD\uFFFD"},                // overlong three
-      {"\xF0\x8F\xBF\xBF", L"\uFFFD\uFFFD\uFFFD\uFFFD"},      // overlong four
-      {"\xED\xA0\x80", L"\uFFFD\uFFFD\uFFFD"},                // surrogate
-      {"\xF4\x90\x80\x80", L"\uFFFD\uFFFD\uFFFD\uFFFD"},      // past Unicode
-      {"\xE5\x41\xAE", L"\uFFFDA\uFFFD"},                     // broken continuation
-      {"x\xE5\xBE", L"x\uFFFD\uFFFD"},                        // cut at the end
+      // A stray continuation, a five-byte lead, overlong two, three and four bytes.
+      {"\x80", L"\uFFFD"}, {"\xF8\x88\x80\x80\x80", L"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD"}, {"\xC1\xBF", L"\uFFFD\uFFFD"},
+      {"\xE0\x9F\xBF", L"\uFFFD\uFFFD\uFFFD"}, {"\xF0\x8F\xBF\xBF", L"\uFFFD\uFFFD\uFFFD\uFFFD"},
+      // A surrogate, past Unicode, a broken continuation, cut at the end.
+      {"\xED\xA0\x80", L"\uFFFD\uFFFD\uFFFD"}, {"\xF4\x90\x80\x80", L"\uFFFD\uFFFD\uFFFD\uFFFD"},
+      {"\xE5\x41\xAE", L"\uFFFDA\uFFFD"}, {"x\xE5\xBE", L"x\uFFFD\uFFFD"},
   };
   for (const auto& [utf8, wide] : cases) EXPECT_EQ(Utf8ToWide(utf8), wide) << utf8.size();
   // Only the given length is read.

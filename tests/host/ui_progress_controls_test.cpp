@@ -49,12 +49,6 @@ TEST(BarGeometry, BandRadiusAndFillAtEachScale) {
 
 std::vector<std::string> g_paint;
 
-std::string Num(float v) {
-  char buf[32];
-  std::snprintf(buf, sizeof buf, "%g", static_cast<double>(v));
-  return buf;
-}
-
 // Writes each painter call as a line.
 class RecordingPainter : public ShapePainter {
  public:
@@ -63,7 +57,9 @@ class RecordingPainter : public ShapePainter {
   void FillArcPath(const std::vector<PathArc>& arcs, uint32_t argb) override {
     std::string line = "path " + ColorText(argb);
     for (const PathArc& a : arcs) {
-      line += " (" + Num(a.x) + "," + Num(a.y) + "," + Num(a.d) + "," + Num(a.start) + "," + Num(a.sweep) + ")";
+      char arc[96];
+      std::snprintf(arc, sizeof arc, " (%g,%g,%g,%g,%g)", a.x, a.y, a.d, a.start, a.sweep);
+      line += arc;
     }
     g_paint.push_back(line);
   }
