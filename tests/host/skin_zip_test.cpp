@@ -63,8 +63,6 @@ TEST(ZipReader, CorruptHeadersAndDataAreReported) {
   const size_t central = kDeflated.find("PK\x01\x02");
   const size_t end = kDeflated.rfind("PK\x05\x06");
   const size_t stored_central = kStored.find("PK\x01\x02");
-  std::string flipped = kDeflated;
-  flipped[50] ^= 0x55;
   std::string changed = kStored;
   changed[changed.find("<control")] = '{';
   const std::pair<std::string, ZipError> cases[] = {
@@ -85,8 +83,6 @@ TEST(ZipReader, CorruptHeadersAndDataAreReported) {
       {Poke16(kDeflated, end + 14, 0x7FFF), ZipError::kTruncated},  // directory past the end record
   };
   for (const auto& c : cases) EXPECT_EQ(OpenAndExtract(c.first, "skin.xml"), c.second) << &c - cases;
-  const ZipError e = OpenAndExtract(flipped, "skin.xml");
-  EXPECT_TRUE(e == ZipError::kCorruptData || e == ZipError::kBadChecksum) << ZipErrorText(e);
 }
 
 }  // namespace
