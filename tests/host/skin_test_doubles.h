@@ -1,15 +1,23 @@
 #pragma once
 
 #include <cstdio>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
+#include "ui/skin/builder.h"
 #include "ui/skin/canvas.h"
 #include "ui/skin/paint_window.h"
 #include "ui/skin/progress.h"
 #include "ui/skin/text.h"
 
 namespace calder::test {
+
+inline std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
 
 inline std::string RectText(const UiRect& r) {
   return std::to_string(r.left) + "," + std::to_string(r.top) + "," + std::to_string(r.right) + "," +
@@ -25,12 +33,6 @@ inline std::string ColorText(uint32_t argb) {
 // Records what a paint manager asks of its window.
 class RecordingWindow : public PaintWindow {
  public:
-  struct Post {
-    unsigned msg;
-    uintptr_t wparam;
-    intptr_t lparam;
-  };
-
   void* NativeHandle() const override { return nullptr; }
   void Invalidate(const UiRect& rect) override { invalidated.push_back(rect); }
   bool StartTimer(unsigned native_id, unsigned elapse_ms) override {
@@ -44,9 +46,7 @@ class RecordingWindow : public PaintWindow {
     moves.push_back(to);
     rect = to;
   }
-  void PostToWindow(unsigned msg, uintptr_t wparam, intptr_t lparam) override {
-    posts.push_back({msg, wparam, lparam});
-  }
+  void PostToWindow(unsigned msg, uintptr_t, intptr_t) override { posts.push_back(msg); }
   void ResetDpiAssets() override { ++resets; }
 
   UiRect rect{0, 0, 1920, 1200};
@@ -56,7 +56,7 @@ class RecordingWindow : public PaintWindow {
   std::vector<std::pair<unsigned, unsigned>> started;
   std::vector<unsigned> stopped;
   std::vector<UiRect> moves;
-  std::vector<Post> posts;
+  std::vector<unsigned> posts;
   int resets = 0;
 };
 
@@ -81,14 +81,15 @@ class RecordingCanvas : public Canvas {
   std::vector<std::string> calls;
 };
 
-// Stands in for a custom control that the window's hook makes.
-class FakeCustomUI : public CProgressUI {
+// The window's hook as the progress window has it: exact, case-sensitive tags.
+class CustomTags : public IDialogBuilderCallback {
  public:
-  explicit FakeCustomUI(std::wstring cls) : cls_(std::move(cls)) {}
-  std::wstring GetClass() const override { return cls_; }
-
- private:
-  std::wstring cls_;
+  CControlUI* CreateControl(const wchar_t* tag) override {
+    asked.push_back(WideToUtf8(tag));
+    const std::wstring t = tag;
+    return t == L"FirmProgressUI" || t == L"LottieUI" || t == L"CircleProgress" ? new CProgressUI() : nullptr;
+  }
+  std::vector<std::string> asked;
 };
 
 }  // namespace calder::test

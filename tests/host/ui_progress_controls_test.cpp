@@ -1,15 +1,17 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <memory>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "platform/environment.h"
 #include "tests/host/skin_test_doubles.h"
 #include "tests/support/fake_system.h"
-#include "ui/circle_progress_ui.h"
 #include "ui/firm_progress_ui.h"
 #include "ui/lottie_ui.h"
 #include "ui/progress_controls.h"
@@ -22,47 +24,50 @@ namespace {
 using test::ColorText;
 using test::RectText;
 
-std::vector<std::string> g_paint;
+// The bar's band, corner radius and fill for a control rectangle, at several scales.
+// control, scale, radius, value; track and fill rectangles ("" when nothing is drawn), radius, fill
+const std::tuple<UiRect, int, int, int, const char*, int, int> kBars[] = {
+    {{100, 200, 750, 210}, 100, 5, 50, "100,209,750,219 100,209,425,219", 5, 325},  // s = 1.0417: 9 down, 10 high
+    {{0, 300, 975, 316}, 150, 5, 100, "0,314,975,329 0,314,975,329", 7, 975},     // 14.0625 down, 15.625 high
+    {{0, 0, 650, 10}, 125, 4, 99, "0,11,650,24 0,11,643,24", 5, 643},
+    {{100, 200, 750, 210}, 100, 5, 150, "100,209,750,219 100,209,1075,219", 5, 975},  // runs past the track
+    {{100, 200, 750, 210}, 100, 5, -5, "100,209,750,219 100,209,100,219", 5, -32},
+    {{10, 0, 10, 10}, 100, 5, 50, "", 0, 0},  // no width
+    {{0, 0, 10, 10}, 9, 5, 50, "", 0, 0},    // band under one pixel
+};
 
-std::string Num(float v) {
-  char buf[32];
-  std::snprintf(buf, sizeof buf, "%g", static_cast<double>(v));
-  return buf;
+TEST(BarGeometry, BandRadiusAndFillAtEachScale) {
+  for (const auto& [control, scale, radius, value, bands, r, fill] : kBars) {
+    const BarGeometry g = ComputeBarGeometry(control, scale, radius, value);
+    const std::string row = RectText(control) + " at " + std::to_string(scale);
+    EXPECT_EQ(g.visible ? RectText(g.track) + " " + RectText(g.fill_rect) : "", bands) << row;
+    if (!g.visible) continue;
+    EXPECT_EQ(g.radius, r) << row;
+    EXPECT_EQ(g.fill, fill) << row;
+  }
 }
+
+std::vector<std::string> g_paint;
 
 // Writes each painter call as a line.
 class RecordingPainter : public ShapePainter {
  public:
-  explicit RecordingPainter(PaintQuality quality) {
-    const char* names[] = {"bar", "ring", "image"};
-    g_paint.push_back(std::string("open ") + names[static_cast<int>(quality)]);
-  }
+  explicit RecordingPainter(PaintQuality q) { g_paint.push_back("open " + std::to_string(static_cast<int>(q))); }
   ~RecordingPainter() override { g_paint.push_back("close"); }
   void FillArcPath(const std::vector<PathArc>& arcs, uint32_t argb) override {
     std::string line = "path " + ColorText(argb);
     for (const PathArc& a : arcs) {
-      line += " (" + Num(a.x) + "," + Num(a.y) + "," + Num(a.d) + "," + Num(a.start) + ")";
+      char arc[96];
+      std::snprintf(arc, sizeof arc, " (%g,%g,%g,%g,%g)", a.x, a.y, a.d, a.start, a.sweep);
+      line += arc;
     }
     g_paint.push_back(line);
   }
-  void DrawEllipse(int x, int y, int w, int h, float pen, uint32_t argb) override {
-    g_paint.push_back("ellipse " + RectText({x, y, x + w, y + h}) + " pen " + Num(pen) + " " +
-                      ColorText(argb));
-  }
-  void DrawArc(int x, int y, int w, int h, float start, float sweep, float pen, uint32_t argb,
-               bool round_caps) override {
-    g_paint.push_back("arc " + RectText({x, y, x + w, y + h}) + " " + Num(start) + " " +
-                      Num(sweep) + " pen " + Num(pen) + " " + ColorText(argb) +
-                      (round_caps ? " round" : ""));
-  }
-  void DrawCentredText(const UiRect& rect, const std::wstring& text, int font_height,
-                       const std::wstring& face) override {
-    g_paint.push_back("text " + RectText(rect) + " " + WideToUtf8(text) + " " +
-                      std::to_string(font_height) + " " + WideToUtf8(face));
-  }
+  void DrawEllipse(int, int, int, int, float, uint32_t) override {}
+  void DrawArc(int, int, int, int, float, float, float, uint32_t, bool) override {}
+  void DrawCentredText(const UiRect&, const std::wstring&, int, const std::wstring&) override {}
   void DrawPremultiplied(const uint32_t*, int width, int height, const UiRect& dest) override {
-    g_paint.push_back("image " + std::to_string(width) + "x" + std::to_string(height) + " -> " +
-                      RectText(dest));
+    g_paint.push_back("image " + std::to_string(width) + "x" + std::to_string(height) + " " + RectText(dest));
   }
 };
 
@@ -75,18 +80,20 @@ class NativeCanvas : public test::RecordingCanvas {
   void* NativeContext() override { return this; }
 };
 
-class ProgressControlsTest : public testing::Test {
+using Attrs = std::vector<std::pair<const wchar_t*, const wchar_t*>>;
+
+class ProgressControls : public testing::Test {
  protected:
-  void SetUp() override {
+  ProgressControls() {
     g_paint.clear();
     SetShapePainterFactory(&MakeRecordingPainter);
     manager.Init(&window);
   }
-  void TearDown() override { SetShapePainterFactory(nullptr); }
+  ~ProgressControls() override { SetShapePainterFactory(nullptr); }
 
-  // Runs a control's attributes as the skin builder does: manager first.
+  // Attributes as the skin builder applies them: manager first.
   template <typename T>
-  std::unique_ptr<T> Make(const std::vector<std::pair<const wchar_t*, const wchar_t*>>& attrs) {
+  std::unique_ptr<T> Make(const Attrs& attrs) {
     auto control = std::make_unique<T>();
     control->SetManager(&manager, nullptr);
     for (const auto& a : attrs) control->SetAttribute(a.first, a.second);
@@ -98,158 +105,126 @@ class ProgressControlsTest : public testing::Test {
   NativeCanvas canvas;
 };
 
-TEST_F(ProgressControlsTest, FactoryMakesTheThreeTagsExactly) {
-  std::unique_ptr<CControlUI> bar(CreateProgressControl(L"FirmProgressUI"));
-  std::unique_ptr<CControlUI> circle(CreateProgressControl(L"CircleProgress"));
-  std::unique_ptr<CControlUI> lottie(CreateProgressControl(L"LottieUI"));
-  ASSERT_TRUE(bar && circle && lottie);
-  // The class names are asymmetric on purpose.
-  EXPECT_EQ(bar->GetClass(), L"CFirmProgressUI");
-  EXPECT_EQ(circle->GetClass(), L"CircleProgress");
-  EXPECT_EQ(lottie->GetClass(), L"LottieUI");
-  EXPECT_NE(bar->GetInterface(L"Progress"), nullptr);
-  EXPECT_EQ(CreateProgressControl(L"firmprogressui"), nullptr);
-  EXPECT_EQ(CreateProgressControl(L"Lottie"), nullptr);
+TEST_F(ProgressControls, FactoryMakesTheThreeTagsExactly) {
+  std::string made;
+  for (const wchar_t* tag : {L"FirmProgressUI", L"CircleProgress", L"LottieUI", L"firmprogressui", L"Lottie",
+                             L"CircleProgressUI", static_cast<const wchar_t*>(nullptr)}) {
+    std::unique_ptr<CControlUI> c(CreateProgressControl(tag));
+    made += c == nullptr ? "- " : WideToUtf8(c->GetClass()) + (c->GetInterface(L"Progress") ? " " : "? ");
+  }
+  EXPECT_EQ(made, "CFirmProgressUI CircleProgress LottieUI - - - - ");  // class names asymmetric on purpose
 }
 
-TEST_F(ProgressControlsTest, BarAttributes) {
-  auto bar = Make<CFirmProgressUI>({{L"cirbjcolor", L"#FF323232"},
-                                    {L"circolor", L"FF3482FF"},
-                                    {L"Radius", L"9"},
-                                    {L"min", L"0"},
-                                    {L"MAX", L"200"}});
-  EXPECT_EQ(bar->track_color(), 0xFF323232u);
-  EXPECT_EQ(bar->fill_color(), 0xFF3482FFu);
-  EXPECT_EQ(bar->radius(), 5);  // "Radius" is not its name
-  EXPECT_EQ(bar->GetMaxValue(), 200);
-  // Track colour and radius reach the base too, which keeps them as custom
-  // attributes; the fill colour does not.
-  EXPECT_STREQ(bar->GetCustomAttribute(L"cirbjcolor"), L"FF323232");
-  EXPECT_EQ(bar->GetCustomAttribute(L"circolor"), nullptr);
-  bar->SetAttribute(L"radius", L"7");
-  bar->SetAttribute(L"cirbjcolor", L"#");
-  EXPECT_EQ(bar->radius(), 7);
-  EXPECT_EQ(bar->track_color(), 0u);
+TEST_F(ProgressControls, BarAttributesAreExactNames) {
+  const std::pair<const wchar_t*, const char*> cases[] = {  // each set to "12": track, fill, radius
+      {L"cirbjcolor", "#00000012 #00000000 5"}, {L"circolor", "#00000000 #00000012 5"},
+      {L"radius", "#00000000 #00000000 12"},    {L"Circolor", "#00000000 #00000000 5"},
+      {L"textFontSize", "#00000000 #00000000 5"},
+  };
+  for (const auto& [name, fields] : cases) {
+    auto bar = Make<CFirmProgressUI>({{name, L"12"}});
+    EXPECT_EQ(ColorText(bar->track_color()) + " " + ColorText(bar->fill_color()) + " " + std::to_string(bar->radius()),
+              fields) << WideToUtf8(name);
+  }
 }
 
-TEST_F(ProgressControlsTest, BarPaintsTrackThenFillAtTheScale) {
-  auto bar = Make<CFirmProgressUI>({{L"cirbjcolor", L"#FF323232"}, {L"circolor", L"#FF3482FF"}});
+TEST_F(ProgressControls, BarPaintsTrackThenFillAsPills) {
+  // The value is a percentage whatever the range; 0 draws only the track.
+  const std::string track = "path #40FFFFFF (100,209,10,180,90) (740,209,10,270,90) (740,209,10,0,90) (100,209,10,90,90)|";
+  const std::pair<int, std::string> cases[] = {
+      {50, "open 0|" + track + "path #FF3482FF (100,209,10,180,90) (415,209,10,270,90) (415,209,10,0,90) "
+                               "(100,209,10,90,90)|close|"},
+      {0, "open 0|" + track + "close|"}};
+  auto bar = Make<CFirmProgressUI>({{L"cirbjcolor", L"#40FFFFFF"}, {L"circolor", L"#FF3482FF"}, {L"max", L"200"}});
   bar->SetPos({100, 200, 750, 210});
-  bar->SetMaxValue(200);
-  bar->SetValue(100);  // a percentage whatever the range: the bar is full
-  bar->PaintStatusImage(canvas);
-  EXPECT_EQ(g_paint, (std::vector<std::string>{
-                         "open bar",
-                         "path #FF323232 (100,209,10,180) (740,209,10,270) (740,209,10,0) "
-                         "(100,209,10,90)",
-                         "path #FF3482FF (100,209,10,180) (740,209,10,270) (740,209,10,0) "
-                         "(100,209,10,90)",
-                         "close"}));
-
+  for (const auto& [value, expected] : cases) {
+    bar->SetValue(value);
+    g_paint.clear();
+    bar->PaintStatusImage(canvas);
+    std::string calls;
+    for (const std::string& line : g_paint) calls += line + "|";
+    EXPECT_EQ(calls, expected) << value;
+  }
   g_paint.clear();
-  bar->SetValue(0);
-  manager.GetDPIObj()->SetScale(144);  // 150 %
-  bar->PaintStatusImage(canvas);
-  EXPECT_EQ(g_paint, (std::vector<std::string>{
-                         "open bar",
-                         "path #FF323232 (100,214,14,180) (736,214,14,270) (736,215,14,0) "
-                         "(100,215,14,90)",
-                         "close"}));
-}
-
-TEST_F(ProgressControlsTest, CirclePaintsRingArcAndWhiteText) {
-  auto circle = Make<CCircleProgressUI>({{L"textFontSize", L"20"},
-                                         {L"circlePenWidth", L"8"},
-                                         {L"cirbjcolor", L"#40FFFFFF"},
-                                         {L"circolor", L"#FF3482FF"}});
-  EXPECT_EQ(circle->text_size(), 20);
-  EXPECT_EQ(circle->pen_width(), 8);
-  EXPECT_STREQ(circle->GetCustomAttribute(L"textFontSize"), L"20");
-  circle->SetPos({10, 20, 111, 121});
-  circle->SetValue(25);
-  circle->PaintStatusImage(canvas);
-  EXPECT_EQ(g_paint, (std::vector<std::string>{
-                         "open ring", "ellipse 18,28,102,112 pen 8 #40FFFFFF",
-                         "arc 18,28,102,112 -90 90 pen 8 #FF3482FF round",
-                         "text 10,20,111,121 25% -20 微软雅黑", "close"}));
-}
-
-TEST_F(ProgressControlsTest, NothingIsPaintedWithoutANativeContext) {
-  auto bar = Make<CFirmProgressUI>({});
-  bar->SetPos({0, 0, 100, 10});
-  test::RecordingCanvas plain;
+  test::RecordingCanvas plain;  // no native context: nothing to paint on
   bar->PaintStatusImage(plain);
   EXPECT_TRUE(g_paint.empty());
 }
 
-class LottieControlTest : public ProgressControlsTest {
+// The executable "lives" in a folder whose UTF-16 name the control turns into
+// the UTF-8 path rlottie opens; on the host the backslash is a plain file-name character.
+class LottieControl : public ProgressControls {
  protected:
-  void SetUp() override {
-    ProgressControlsTest::SetUp();
-    // The "folder" ends in a backslash, which is a plain file-name character here.
-    folder_ = testing::TempDir() + "calder_exe_dir\\";
-    system_.modulePathW = std::u16string(folder_.begin(), folder_.end()) + u"calder.exe";
+  LottieControl() {
     system_.Into(&env_);
     scoped_ = std::make_unique<ScopedEnvironment>(env_);
-    std::ifstream in(std::string(CALDER_SOURCE_DIR) + "/ui/loading_dark.json");
-    std::ofstream(folder_ + "loading_dark.json") << in.rdbuf();
   }
-  void TearDown() override {
-    std::remove((folder_ + "loading_dark.json").c_str());
-    scoped_.reset();
-    ProgressControlsTest::TearDown();
+  ~LottieControl() override {
+    for (const std::string& f : files_) std::remove(f.c_str());
   }
 
-  std::string folder_;
+  // Puts the shipped spinner into the folder and points the module path there.
+  void PlaceExe(const std::u16string& folder16, const std::string& folder8) {
+    const std::string dir = testing::TempDir();
+    files_.push_back(dir + folder8 + "\\loading_dark.json");
+    std::ifstream in(CALDER_SOURCE_DIR "/ui/loading_dark.json");
+    std::ofstream(files_.back()) << in.rdbuf();
+    system_.modulePathW = std::u16string(dir.begin(), dir.end()) + folder16 + u"\\calder.exe";
+  }
+
   test::FakeSystem system_;
   Environment env_;
   std::unique_ptr<ScopedEnvironment> scoped_;
+  std::vector<std::string> files_;
 };
 
-TEST_F(LottieControlTest, JsonBesideTheExeStartsItsOwnTimer) {
-  auto lottie = Make<CLottieUI>({{L"json", L"loading_dark.json"}, {L"autoplay", L"false"}});
-  EXPECT_TRUE(lottie->playing());
-  EXPECT_EQ(lottie->player().total_frames(), 90u);
-  EXPECT_EQ(lottie->player().buffer_width(), 343u);
-  ASSERT_EQ(window.started.size(), 1u);
-  EXPECT_EQ(window.started[0].second, 33u);
-  EXPECT_STREQ(lottie->GetCustomAttribute(L"autoplay"), L"false");
-
-  // Timer events of its own id advance one frame each; others do nothing.
-  TEventUI tick;
-  tick.Type = UIEVENT_TIMER;
-  tick.wParam = CLottieUI::kDefaultTimerId;
-  lottie->Event(tick);
-  EXPECT_EQ(lottie->player().current_frame(), 1u);
-  tick.wParam = 7;
-  lottie->Event(tick);
-  EXPECT_EQ(lottie->player().current_frame(), 1u);
-
-  lottie->SetPos({905, 345, 1015, 455});
-  lottie->PaintStatusImage(canvas);
-  EXPECT_EQ(g_paint, (std::vector<std::string>{"open image", "image 343x343 -> 905,345,1015,455",
-                                               "close"}));
-  g_paint.clear();
-  lottie->SetPos({-1, 345, 109, 455});
-  lottie->PaintStatusImage(canvas);
-  EXPECT_TRUE(g_paint.empty());
-
-  // Destruction stops the timer it started.
-  const unsigned native = window.started[0].first;
-  lottie.reset();
-  EXPECT_EQ(window.stopped, std::vector<unsigned>{native});
+TEST_F(LottieControl, FolderNamesConvertFromUtf16) {
+  const std::pair<std::u16string, std::string> cases[] = {
+      {{u'c', 0x7F, 0x80, 0x7FF, 0x800, 0x5347, 0xFFFF, 0xD7FF, 0xE000},
+       "c\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xE5\x8D\x87\xEF\xBF\xBF\xED\x9F\xBF\xEE\x80\x80"},
+      {{0xD800, 0xDC00, 0xD83D, 0xDE00, 0xDBFF, 0xDFFF}, "\xF0\x90\x80\x80\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF"},
+      // Unpaired surrogates become U+FFFD, as Windows converts them.
+      {{0xDC00, 0xDFFF, 0xD800, u'a', 0xD800, 0xE000}, "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD" "a\xEF\xBF\xBD\xEE\x80\x80"},
+      {{0xD800, 0xDBFF, 0xDC00, u'c', 0xD800}, "\xEF\xBF\xBD\xF4\x8F\xB0\x80" "c\xEF\xBF\xBD"},
+  };
+  for (const auto& [utf16, utf8] : cases) {
+    PlaceExe(utf16, utf8);
+    EXPECT_TRUE(Make<CLottieUI>({{L"json", L"loading_dark.json"}})->playing()) << utf8;
+  }
 }
 
-TEST_F(LottieControlTest, UnknownNamesAndMissingFilesLeaveItEmpty) {
-  auto upper = Make<CLottieUI>({{L"JSON", L"loading_dark.json"}});
-  EXPECT_FALSE(upper->playing());
-  EXPECT_FALSE(upper->player().HasAnimation());
-  auto missing = Make<CLottieUI>({{L"json", L"nothing_here.json"}});
-  EXPECT_FALSE(missing->playing());
-  missing->SetPos({0, 0, 110, 110});
-  missing->PaintStatusImage(canvas);
+TEST_F(LottieControl, JsonBesideTheExePlaysOnItsOwnTimer) {
+  PlaceExe(u"calder_exe_dir", "calder_exe_dir");
+  // The name is exact; a missing file plays nothing.
+  for (const Attrs& attrs : {Attrs{{L"JSON", L"loading_dark.json"}}, Attrs{{L"json", L"nothing_here.json"}}}) {
+    auto empty = Make<CLottieUI>(attrs);
+    EXPECT_FALSE(empty->playing());
+    empty->SetPos({0, 0, 110, 110});
+    empty->PaintStatusImage(canvas);
+  }
   EXPECT_TRUE(window.started.empty());
-  EXPECT_TRUE(g_paint.empty());
+  auto lottie = Make<CLottieUI>({{L"json", L"loading_dark.json"}});
+  ASSERT_TRUE(lottie->playing());
+  EXPECT_EQ(window.started.at(0).second, 33u);
+  // Timer events of its own id advance one frame each; others do nothing.
+  TEventUI tick;
+  for (const auto& [type, id] : {std::pair<int, unsigned>{UIEVENT_TIMER, CLottieUI::kDefaultTimerId},
+                                 {UIEVENT_TIMER, 7}, {UIEVENT_TIMER + 1, CLottieUI::kDefaultTimerId}}) {
+    tick.Type = type;
+    tick.wParam = id;
+    lottie->Event(tick);
+  }
+  EXPECT_EQ(lottie->player().current_frame(), 1u);
+  // Drawn only inside the screen's top-left corner and with an area.
+  for (const UiRect& r : {UiRect{905, 345, 1015, 455}, UiRect{-1, 345, 109, 455}, UiRect{0, -1, 110, 109},
+                          UiRect{0, 0, 0, 110}, UiRect{0, 0, 110, 0}}) {
+    lottie->SetPos(r);
+    lottie->PaintStatusImage(canvas);
+  }
+  EXPECT_EQ(g_paint, (std::vector<std::string>{"open 2", "image 343x343 905,345,1015,455", "close"}));
+  const unsigned native = window.started[0].first;
+  lottie.reset();  // destruction stops the timer it started
+  EXPECT_EQ(window.stopped, std::vector<unsigned>{native});
 }
 
 }  // namespace
