@@ -17,9 +17,8 @@ constexpr long kPadding = 64;
 // Anything larger cannot fit in either form; refused before reading.
 constexpr long kLargestUsefulFile = kImageBufferSize + kTaggedHeaderLength;
 
-bool IsTagged(const std::vector<uint8_t>& file) {
-  return static_cast<long>(file.size()) >= kTagOffset + kTagLength &&
-         std::memcmp(file.data() + kTagOffset, kTag, kTagLength) == 0;
+bool IsTagged(const uint8_t* bytes, long size) {
+  return size >= kTagOffset + kTagLength && std::memcmp(bytes + kTagOffset, kTag, kTagLength) == 0;
 }
 
 struct FileCloser {
@@ -51,21 +50,27 @@ ErrType LoadFirmwareImage(const std::string& path, FirmwareImage* image) {
   std::vector<uint8_t> content(static_cast<size_t>(fileSize));
   // A short read keeps the zeros it did not fill.
   if (fileSize > 0) (void)std::fread(content.data(), 1, content.size(), raw);
+  return ParseFirmwareImage(content.data(), content.size(), image);
+}
 
-  if (IsTagged(content)) {
-    const long size = fileSize - kTaggedHeaderLength;
-    if (size < 0 || size > kImageBufferSize) return ErrImageSize;
-    if (size > 0) {
-      std::memcpy(image->buffer, content.data() + kTaggedHeaderLength, static_cast<size_t>(size));
+ErrType ParseFirmwareImage(const uint8_t* bytes, size_t size, FirmwareImage* image) {
+  if (size > static_cast<size_t>(kLargestUsefulFile)) return ErrImageSize;
+  const long fileSize = static_cast<long>(size);
+
+  if (IsTagged(bytes, fileSize)) {
+    const long imageSize = fileSize - kTaggedHeaderLength;
+    if (imageSize < 0 || imageSize > kImageBufferSize) return ErrImageSize;
+    if (imageSize > 0) {
+      std::memcpy(image->buffer, bytes + kTaggedHeaderLength, static_cast<size_t>(imageSize));
     }
-    image->size = static_cast<int32_t>(size);
+    image->size = static_cast<int32_t>(imageSize);
     return ErrNone;
   }
 
   // Raw: always padded, a whole block of zeros when already aligned.
   const long padded = fileSize + (kPadding - fileSize % kPadding);
   if (padded > kImageBufferSize) return ErrImageSize;
-  if (!content.empty()) std::memcpy(image->buffer, content.data(), content.size());
+  if (fileSize > 0) std::memcpy(image->buffer, bytes, size);
   std::memset(image->buffer + fileSize, 0, static_cast<size_t>(padded - fileSize));
   image->size = static_cast<int32_t>(padded);
   return ErrNone;
