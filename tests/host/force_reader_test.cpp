@@ -8,8 +8,6 @@
 #include "force/read_firmware_content.h"
 #include "force/update_fw.h"
 #include "tests/support/force_rig.h"
-#include "tests/support/hex.h"
-#include "tests/support/temp_file.h"
 
 namespace calder {
 namespace {
@@ -21,6 +19,9 @@ using test::Repeat;
 using test::RestartAndHoldPauses;
 using test::TaggedFile;
 using test::WriteTempFile;
+
+const char kConnectError[] =
+    "INFO read_firmware_content.cpp: ReadFirmwareContent::Run ConnectCmd error:  4";
 
 class ReaderTest : public testing::Test {
  protected:
@@ -66,50 +67,47 @@ TEST_F(ReaderTest, ReadsWholeChunksPastTheImageAndAgreesOverZeroFlash) {
                                  "INFO read_firmware_content.cpp: "
                                  "8f 01 82 01 02 05 00 01 03 00 02 00 01 00 ",
                                  "INFO read_firmware_content.cpp: ConnectCmd Ok"}));
-  // Left running its application.
-  EXPECT_EQ(channel.ReadVersion(), "1.0.2.3");
+  EXPECT_EQ(channel.ReadVersion(), "1.0.2.3");  // left running its application
 }
 
-TEST_F(ReaderTest, NonZeroErasedFlashPastARawImageMakesTheSumsDiffer) {
+TEST_F(ReaderTest, SumsAgreeOverErasedFlashOnlyWhenTheImageIsWholeChunks) {
+  const struct {
+    std::vector<uint8_t> file;
+    size_t chunks;
+    double chipMinusFile;
+  } cases[] = {
+      {PatternBytes(1000), 26, 16.0 * 0xFF},  // 1024 bytes: 16 erased bytes past it
+      {TaggedFile(PatternBytes(1000)), 25, 0.0},
+  };
   rig.sensor.faults.erasedValue = 0xFF;
-  const std::string path = WriteTempFile("1.0.2.3.bin", PatternBytes(1000));
-  Flash(path);
-  reader.Run(path, &channel);
-  // The 16 bytes past the 1024-byte image read 0xFF.
-  EXPECT_EQ(reader.chipChecksum - reader.fileChecksum, 16.0 * 0xFF);
+  for (const auto& c : cases) {
+    const std::string path = WriteTempFile("1.0.2.3.bin", c.file);
+    Flash(path);
+    auto freshImage = std::make_unique<FirmwareImage>();
+    ReadFirmwareContent fresh(freshImage.get());
+    fresh.Run(path, &channel);
+    EXPECT_EQ(rig.sensor.flashReads.size(), c.chunks);
+    EXPECT_EQ(fresh.chipChecksum - fresh.fileChecksum, c.chipMinusFile);
+  }
 }
 
-TEST_F(ReaderTest, TaggedImageOfWholeChunksAgreesEvenOverNonZeroErasedFlash) {
-  rig.sensor.faults.erasedValue = 0xFF;
-  const std::string path = WriteTempFile("1.0.2.3.bin", TaggedFile(PatternBytes(1000)));
-  Flash(path);
-  reader.Run(path, &channel);
-  EXPECT_EQ(rig.sensor.flashReads.size(), 25u);
-  EXPECT_EQ(reader.chipChecksum, reader.fileChecksum);
-}
-
-TEST_F(ReaderTest, ThreeFailedConnectsAreLoggedAndTheReadBackStillRuns) {
+TEST_F(ReaderTest, ThreeFailedConnectsAreLoggedAndPausedAndTheReadBackStillRuns) {
   const std::string path = WriteTempFile("1.0.2.3.bin", PatternBytes(100));
   Flash(path);
   rig.sensor.faults.wrongConnectReplies = 6;
-  rig.sensor.connects = 0;
   reader.Run(path, &channel);
-  int errors = 0;
-  for (const std::string& line : rig.log.Lines()) {
-    if (line == "INFO read_firmware_content.cpp: ReadFirmwareContent::Run ConnectCmd error:  4") {
-      ++errors;
-    }
-  }
-  EXPECT_EQ(errors, 3);
-  EXPECT_EQ(rig.sensor.connects, 6);
+  EXPECT_EQ(rig.CountLines(kConnectError), 3);
   EXPECT_EQ(rig.sensor.flashReads.size(), 4u);  // 128 bytes in 40-byte chunks
   EXPECT_EQ(reader.chipChecksum, reader.fileChecksum);
+  const std::vector<uint32_t> failedConnect =
+      Concat({RestartAndHoldPauses(), {2, 3, 1, 2, 3, 1}, {200}});
+  EXPECT_EQ(rig.clock.sleeps(), Concat({Repeat(failedConnect, 3), {20}, Repeat({2, 10, 3, 1}, 4),
+                                        {2, 10}, {100, 500}}));
 }
 
 TEST_F(ReaderTest, UnreadableFileReadsNothingAndBothSumsStayZero) {
   EXPECT_EQ(reader.Run(testing::TempDir() + "absent.bin", &channel), 0.0);
   EXPECT_EQ(reader.fileChecksum, 0.0);
-  EXPECT_TRUE(rig.sensor.flashReads.empty());
   EXPECT_TRUE(rig.CommandFrames(kReadFlash).empty());
 }
 
@@ -119,9 +117,7 @@ TEST_F(ReaderTest, ClosedDeviceGivesAZeroChipChecksum) {
   EXPECT_EQ(reader.Run(path, &channel), 0.0);
   EXPECT_EQ(reader.fileChecksum, 6.0);
   EXPECT_EQ(rig.sensor.writeCalls, 0);
-  EXPECT_EQ(rig.log.Lines(), std::vector<std::string>(
-                                 3, "INFO read_firmware_content.cpp: "
-                                    "ReadFirmwareContent::Run ConnectCmd error:  4"));
+  EXPECT_EQ(rig.log.Lines(), std::vector<std::string>(3, kConnectError));
 }
 
 TEST_F(ReaderTest, EachLoadAddsTheFileChecksumAgain) {

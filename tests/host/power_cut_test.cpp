@@ -1,15 +1,13 @@
-// Power-cut sweeps: the process dies at every step of a phase in turn, the
-// device keeps what it had (flash, mode), and the next run must leave it with
-// the file's image and the target version.
+// Power-cut sweep: the process dies after every bridge call of the force
+// phase in turn, the sensor keeps what it had (flash, mode), and the next run
+// must leave it with the file's image and the target version.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <functional>
 #include <iterator>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "force/firmware_image.h"
@@ -18,11 +16,8 @@
 #include "platform/environment.h"
 #include "sim/force_sensor.h"
 #include "sim/touch_device.h"
-#include "sim/touchpad_controller.h"
 #include "tests/support/force_rig.h"
 #include "tests/support/log_capture.h"
-#include "tests/support/temp_file.h"
-#include "touchpad/tp_update.h"
 
 namespace calder {
 namespace {
@@ -57,29 +52,10 @@ class CuttingBridge : public BridgeLibrary {
   int cutAt_;
 };
 
-// Cuts the power at the cutAt-th progress report (from 1).
-class CuttingPoster : public ProgressPoster {
- public:
-  CuttingPoster(int cutAt, std::function<void()> onCut) : cutAt_(cutAt), onCut_(std::move(onCut)) {}
-  void Post(int) override {
-    if (++posts == cutAt_) {
-      onCut_();
-      throw PowerCut();
-    }
-  }
-  int posts = 0;
-
- private:
-  int cutAt_;
-  std::function<void()> onCut_;
-};
-
 void PrintSweep(const char* phase, int covered, int total) {
   std::printf("power-cut sweep %s: covered %d / %d\n", phase, covered, total);
   std::fflush(stdout);
 }
-
-// --- force phase ---
 
 constexpr uint32_t kVersionOffset = 16;
 const char kTargetVersion[] = "2.1.0.7";
@@ -170,72 +146,6 @@ TEST(PowerCutSweep, ForcePhaseRecoversFromACutAfterEveryBridgeCall) {
   }
   PrintSweep("force", covered, total);
   EXPECT_EQ(covered, total) << "not recovered after calls " << testing::PrintToString(lost);
-}
-
-// --- touchpad phase ---
-
-int RunTouchpadUpgrade(const std::string& path) {
-  std::string program = "TPUpdate.exe";
-  std::string command = "upgrade";
-  std::string file = path;
-  char* argv[] = {program.data(), command.data(), file.data()};
-  return TPMain(3, argv);
-}
-
-TEST(PowerCutSweep, TouchpadPhaseRecoversFromACutAtEveryProgressCallback) {
-  const std::vector<uint8_t> bytes = test::PatternBytes(3000);
-  const std::string image(bytes.begin(), bytes.end());
-  const std::string path = test::WriteTempFile("tp_image.bin", bytes);
-  const std::string factory(3000, '\x5A');
-
-  sim::TouchpadController probe;
-  const int total = static_cast<int>(probe.upgradeProgress.size());
-  ASSERT_GT(total, 2);
-
-  int covered = 0;
-  std::vector<int> lost;
-  for (int k = 1; k <= total; ++k) {
-    sim::TouchpadController controller;
-    controller.flash = factory;
-    // The library only stores the image once it has reported 100; a real
-    // controller is half written when the power goes at report k.
-    const size_t written = image.size() * static_cast<size_t>(k - 1) / static_cast<size_t>(total);
-    CuttingPoster cutting(k, [&] {
-      controller.flash = image.substr(0, written) + factory.substr(written);
-    });
-    Environment env;
-    env.upgrade = &controller;
-    env.progress = &cutting;
-    bool cut = false;
-    {
-      ScopedEnvironment scope(env);
-      try {
-        RunTouchpadUpgrade(path);
-      } catch (const PowerCut&) {
-        cut = true;
-      }
-    }
-    ASSERT_TRUE(cut) << "report " << k;
-
-    test::RecordingPoster progress;
-    env.progress = &progress;
-    int result = 1;
-    {
-      ScopedEnvironment scope(env);
-      result = RunTouchpadUpgrade(path);
-    }
-    // 0 here means the checksum was verified: the flash differs from the file
-    // after the cut, so "already latest" cannot answer.
-    const bool recovered = result == 0 && controller.flash == image &&
-                           !progress.posts.empty() && progress.posts.back() == 20;
-    if (recovered) {
-      ++covered;
-    } else {
-      lost.push_back(k);
-    }
-  }
-  PrintSweep("touchpad", covered, total);
-  EXPECT_EQ(covered, total) << "not recovered after reports " << testing::PrintToString(lost);
 }
 
 }  // namespace
