@@ -7,8 +7,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -18,7 +16,6 @@
 #include "force/firmware_image.h"
 #include "force/force_update.h"
 #include "platform/bridge_library.h"
-#include "platform/clock.h"
 #include "platform/environment.h"
 #include "platform/progress.h"
 #include "sim/force_sensor.h"
@@ -30,52 +27,46 @@
 namespace calder {
 namespace {
 
+using Sensor = sim::ForceSensor;
+
 void Check(bool ok, const char* what) { fuzz::Check(ok, "boot_loader_reply_fuzz", what); }
 
 // The sensor behind a bridge whose answers the fuzzer picks.
 class FuzzedBridge : public BridgeLibrary {
  public:
-  FuzzedBridge(sim::ForceSensor& sensor, fuzz::FuzzInput& in) : sensor_(sensor), in_(in) {}
-
-  int btl_init_driver_7853() override { return Lifecycle("init", &sim::ForceSensor::btl_init_driver_7853); }
-  int btl_open_device() override { return Lifecycle("open", &sim::ForceSensor::btl_open_device); }
-  int btl_close_device() override { return Lifecycle("close", &sim::ForceSensor::btl_close_device); }
-  int btl_uninstall_driver() override { return Lifecycle("uninstall", &sim::ForceSensor::btl_uninstall_driver); }
+  FuzzedBridge(Sensor& sensor, fuzz::FuzzInput& in) : sensor_(sensor), in_(in) {}
+  int btl_init_driver_7853() override { return Lifecycle(&Sensor::btl_init_driver_7853); }
+  int btl_open_device() override { return Lifecycle(&Sensor::btl_open_device); }
+  int btl_close_device() override { return Lifecycle(&Sensor::btl_close_device); }
+  int btl_uninstall_driver() override { return Lifecycle(&Sensor::btl_uninstall_driver); }
 
   int btl_write_data(unsigned char* buffer, int length) override {
-    // One write in sixteen fails without reaching the sensor.
-    if (in_.Take() % 16 == 15) {
-      tampered = true;
-      return sim::kSimWriteError;
-    }
-    return sensor_.btl_write_data(buffer, length);
+    if (in_.Take() % 16 != 15) return sensor_.btl_write_data(buffer, length);
+    tampered = true;  // lost before it reached the sensor
+    return sim::kSimWriteError;
   }
 
   int btl_read_data(unsigned char* buffer, int length) override {
     const int result = sensor_.btl_read_data(buffer, length);
     const fuzz::Tamper tamper = fuzz::TamperOf(in_.Take());
-    if (tamper != fuzz::Tamper::kKeep) tampered = true;
-    if (!fuzz::ApplyTamper(tamper, in_, buffer, static_cast<size_t>(length))) {
-      return sim::kSimReadError;
-    }
-    return result;
+    tampered = tampered || tamper != fuzz::Tamper::kKeep;
+    return fuzz::ApplyTamper(tamper, in_, buffer, static_cast<size_t>(length)) ? result
+                                                                               : sim::kSimReadError;
   }
 
-  std::vector<std::string> lifecycle;
+  std::string lifecycle;
   bool tampered = false;
 
  private:
-  int Lifecycle(const char* name, int (sim::ForceSensor::*call)()) {
-    lifecycle.push_back(name);
+  int Lifecycle(int (Sensor::*call)()) {
+    lifecycle += "*";
     const uint8_t decision = in_.Take();
-    if (decision % 8 == 7) {
-      tampered = true;
-      return 1 + decision / 8;  // the library's own error, the sensor untouched
-    }
-    return (sensor_.*call)();
+    if (decision % 8 != 7) return (sensor_.*call)();
+    tampered = true;
+    return 1 + decision / 8;  // the library's own error, the sensor untouched
   }
 
-  sim::ForceSensor& sensor_;
+  Sensor& sensor_;
   fuzz::FuzzInput& in_;
 };
 
@@ -85,39 +76,24 @@ class Posts : public ProgressPoster {
   std::vector<int> posts;
 };
 
-struct ImageFile {
-  std::string path;
-  std::vector<uint8_t> image;  // what the sensor must hold after a good run
-};
-
-std::string WriteFile(const std::string& name, const std::vector<uint8_t>& bytes) {
-  const std::string path = "/tmp/calder_boot_fuzz_" + std::to_string(getpid()) + "_" + name;
+// A tagged image of 1000 bytes, written once.
+const std::vector<uint8_t> kImage = [] {
+  std::vector<uint8_t> body(1000);
+  for (size_t i = 0; i < body.size(); ++i) body[i] = static_cast<uint8_t>(1 + i * 13);
+  return body;
+}();
+const std::string kPath = [] {
+  const std::string path = "/tmp/calder_boot_fuzz_" + std::to_string(getpid()) + ".bin";
+  std::vector<uint8_t> file(72, 0x20);
+  std::copy_n("AW8680", 6, file.begin() + 24);
+  file.insert(file.end(), kImage.begin(), kImage.end());
   std::FILE* out = std::fopen(path.c_str(), "wb");
-  Check(out != nullptr, "cannot write a firmware file");
-  std::fwrite(bytes.data(), 1, bytes.size(), out);
+  Check(out != nullptr && std::fwrite(file.data(), 1, file.size(), out) == file.size(),
+        "cannot write the firmware file");
   std::fclose(out);
+  std::atexit([] { std::remove(kPath.c_str()); });
   return path;
-}
-
-// A raw image of four blocks and a tagged one of 1000 bytes, written once.
-const std::vector<ImageFile>& Images() {
-  static std::vector<ImageFile> images;
-  if (images.empty()) {
-    std::vector<uint8_t> body(1000);
-    for (size_t i = 0; i < body.size(); ++i) body[i] = static_cast<uint8_t>(1 + i * 13);
-    std::vector<uint8_t> raw(body.begin(), body.begin() + 200);
-    std::vector<uint8_t> tagged(72, 0x20);
-    std::copy_n("AW8680", 6, tagged.begin() + 24);
-    tagged.insert(tagged.end(), body.begin(), body.end());
-    images.push_back({WriteFile("4.bin", raw), raw});
-    images.back().image.resize(256, 0);
-    images.push_back({WriteFile("tagged.bin", tagged), body});
-    std::atexit([] {
-      for (const ImageFile& file : images) std::remove(file.path.c_str());
-    });
-  }
-  return images;
-}
+}();
 
 }  // namespace
 }  // namespace calder
@@ -126,14 +102,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace calder;
   fuzz::QuietLog();
   fuzz::FuzzInput in(data, size);
-  const ImageFile& file = Images()[in.Take() % Images().size()];
-
-  // A fresh process: the loaders' buffers start zero.
-  WriterImage() = FirmwareImage();
+  WriterImage() = FirmwareImage();  // a fresh process
   ReaderImage() = FirmwareImage();
   sim::TakeViolations();
   VirtualClock clock;
-  sim::ForceSensor sensor(clock);
+  Sensor sensor(clock);
   sim::TouchDevice touch(clock);
   FuzzedBridge bridge(sensor, in);
   Posts progress;
@@ -145,11 +118,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   bool result = false;
   {
     ScopedEnvironment scope(env);
-    result = UpdateForce("1.0.2.3", file.path);
+    result = UpdateForce("1.0.2.3", kPath);
   }
 
-  Check(bridge.lifecycle == std::vector<std::string>({"init", "open", "close", "uninstall"}),
-        "the bridge lifecycle is not init, open, close, uninstall once each");
+  Check(bridge.lifecycle == "****", "the bridge was not installed, opened, closed and removed once");
   Check(!progress.posts.empty() && progress.posts.back() == 90, "the phase did not end with 90");
   for (int percent : progress.posts) {
     Check(percent > 20 && percent <= 90, "a progress post outside the force share");
@@ -159,7 +131,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (!bridge.tampered) {
     Check(violations.empty(), "an untouched bridge saw a protocol violation");
     Check(result, "an untouched sensor was not updated");
-    Check(sensor.ReadFlash(sim::ForceSensor::kFlashBase, file.image.size()) == file.image,
+    Check(sensor.ReadFlash(Sensor::kFlashBase, kImage.size()) == kImage,
           "an untouched sensor does not hold the image");
   }
   return 0;

@@ -77,28 +77,10 @@ INSTANTIATE_TEST_SUITE_P(
         SizeCase{"tagCutAt29", TagAt(29, 24), ErrNone, 64, 0}),
     [](const testing::TestParamInfo<SizeCase>& info) { return info.param.name; });
 
-TEST(FirmwareImageFile, LoadsWhatTheBytesWouldAndLeavesTheImageWhenMissing) {
-  auto fromFile = std::make_unique<FirmwareImage>();
-  auto fromBytes = std::make_unique<FirmwareImage>();
-  for (const std::vector<uint8_t>& file : {PatternBytes(1000), TaggedFile(PatternBytes(500))}) {
-    EXPECT_EQ(LoadFirmwareImage(test::WriteTempFile("image.bin", file), fromFile.get()), ErrNone);
-    EXPECT_EQ(ParseFirmwareImage(file.data(), file.size(), fromBytes.get()), ErrNone);
-    EXPECT_EQ(fromFile->size, fromBytes->size);
-    EXPECT_EQ(std::memcmp(fromFile->buffer, fromBytes->buffer, kImageBufferSize), 0);
-  }
-  EXPECT_EQ(LoadFirmwareImage(testing::TempDir() + "no_such_firmware.bin", fromFile.get()),
-            ErrOpenFile);
-  EXPECT_EQ(LoadFirmwareImage(test::WriteTempFile("big.bin", PatternBytes(50100)), fromFile.get()),
-            ErrImageSize);
-  EXPECT_EQ(fromFile->size, 500);
-}
-
 TEST(FirmwareImageChecksum, SumsTheWholeBuffer) {
   auto image = std::make_unique<FirmwareImage>();
-  const uint8_t file[] = {1, 2, 3};
-  ASSERT_EQ(ParseFirmwareImage(file, sizeof file, image.get()), ErrNone);
-  EXPECT_EQ(ImageChecksum(*image), 6.0);
-  image->buffer[kImageBufferSize - 1] = 0xFF;  // beyond the image, still counted
+  image->buffer[0] = 6;
+  image->buffer[kImageBufferSize - 1] = 0xFF;  // beyond any image, still counted
   EXPECT_EQ(ImageChecksum(*image), 261.0);
 }
 

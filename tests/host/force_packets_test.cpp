@@ -9,14 +9,14 @@ namespace calder {
 namespace {
 
 using test::Hex;
-using test::ToHex;
 
 Frame Command(BootCommand command, const Frame& data) {
   return CommandFrame(command, data.data(), static_cast<uint16_t>(data.size()));
 }
 
 TEST(BootLoaderPackets, FramesMatchTheProtocolBytes) {
-  const std::string zeroTail = " " + ToHex(Frame(22, 0));
+  std::string zeroTail;
+  for (int i = 0; i < 22; ++i) zeroTail += " 00";
   const struct {
     const char* name;
     Frame frame;
@@ -37,7 +37,7 @@ TEST(BootLoaderPackets, FramesMatchTheProtocolBytes) {
       {"enable touch", TouchFrame(false),
        "22 00 2E 03 23 00 23 00 0E 08 A4 00 00 02 00 00 A1 00" + zeroTail},
   };
-  for (const auto& c : cases) EXPECT_EQ(ToHex(c.frame), c.hex) << c.name;
+  for (const auto& c : cases) EXPECT_EQ(c.frame, Hex(c.hex)) << c.name;
 }
 
 TEST(BootLoaderPackets, WriteFlashFrameIs81BytesWithBothChecksums) {
@@ -45,8 +45,8 @@ TEST(BootLoaderPackets, WriteFlashFrameIs81BytesWithBothChecksums) {
   for (int i = 0; i < 64; ++i) block[i] = static_cast<uint8_t>(i + 1);
   const Frame frame = Command(kWriteFlash, WriteFlashData(0x01001040, block.data()));
   ASSERT_EQ(frame.size(), 81u);
-  EXPECT_EQ(ToHex(Frame(frame.begin(), frame.begin() + 17)),
-            "FF 57 00 00 3C 01 81 03 01 44 00 01 71 40 10 00 01");
+  EXPECT_EQ(Frame(frame.begin(), frame.begin() + 17),
+            Hex("FF 57 00 00 3C 01 81 03 01 44 00 01 71 40 10 00 01"));
   EXPECT_EQ(Frame(frame.begin() + 17, frame.end()), block);
 }
 

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -20,17 +19,6 @@ ForceRig::ForceRig() {
 void ForceRig::Install() {
   scope.reset();
   scope = std::make_unique<ScopedEnvironment>(env);
-}
-
-std::vector<Frame> ForceRig::CommandFrames(BootCommand command) const {
-  std::vector<Frame> out;
-  for (const auto& frame : sensor.frames) {
-    if (frame.size() >= 13 && frame[0] == 0xFF && frame[1] == 0x57 && frame[7] == command.group &&
-        frame[8] == command.code && frame[5] == 0x01 && frame[6] == 0x81) {
-      out.push_back(frame);
-    }
-  }
-  return out;
 }
 
 std::vector<std::string> ForceRig::LinesFrom(const std::string& file) const {
@@ -65,16 +53,6 @@ std::vector<uint8_t> Hex(const std::string& text) {
   std::istringstream in(text);
   std::string token;
   while (in >> token) out.push_back(static_cast<uint8_t>(std::stoul(token, nullptr, 16)));
-  return out;
-}
-
-std::string ToHex(const std::vector<uint8_t>& bytes) {
-  std::string out;
-  char cell[4];
-  for (size_t i = 0; i < bytes.size(); ++i) {
-    std::snprintf(cell, sizeof cell, i == 0 ? "%02X" : " %02X", bytes[i]);
-    out += cell;
-  }
   return out;
 }
 

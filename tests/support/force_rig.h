@@ -26,8 +26,6 @@ struct ForceRig {
   ForceRig();
   void Install();  // again, after env changed
 
-  // Sensor frames of one boot-loader command, in order.
-  std::vector<Frame> CommandFrames(BootCommand command) const;
   std::vector<std::string> LinesFrom(const std::string& file) const;
   int CountLines(const std::string& line) const;
 
@@ -44,9 +42,8 @@ std::vector<uint32_t> RestartAndHoldPauses();  // 100, twenty 2s, 10
 std::vector<uint32_t> Concat(std::initializer_list<std::vector<uint32_t>> parts);
 std::vector<uint32_t> Repeat(const std::vector<uint32_t>& part, int times);
 
-// "FF 57 00" <-> bytes, so frames read like the protocol tables.
+// "FF 57 00" as bytes, so frames read like the protocol tables.
 std::vector<uint8_t> Hex(const std::string& text);
-std::string ToHex(const std::vector<uint8_t>& bytes);
 
 // Firmware files: a raw image with a repeating non-zero pattern, or an image
 // behind a 72-byte "AW8680" header; written under the test's temporary folder.
