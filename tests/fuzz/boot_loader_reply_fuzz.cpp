@@ -76,9 +76,9 @@ class Posts : public ProgressPoster {
   std::vector<int> posts;
 };
 
-// A tagged image of 1000 bytes, written once.
+// A tagged image of two blocks, written once.
 const std::vector<uint8_t> kImage = [] {
-  std::vector<uint8_t> body(1000);
+  std::vector<uint8_t> body(128);
   for (size_t i = 0; i < body.size(); ++i) body[i] = static_cast<uint8_t>(1 + i * 13);
   return body;
 }();
