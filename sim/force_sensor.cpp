@@ -60,9 +60,34 @@ const char* ModeName(ForceSensor::Mode mode) {
   return "?";
 }
 
-ForceSensor::ForceSensor(Clock& clock) : flash(kFlashSize, 0x00), clock_(clock) {
+ForceSensor::ForceSensor(Clock& clock) : clock_(clock) { Reset(); }
+
+void ForceSensor::Reset() {
+  faults = ForceSensorFaults();
+  version = kFactoryVersion;
+  versionOffset.reset();
+  mode = Mode::kApplication;
+  bootWindowMs = kBootWindowMs;
   // The factory firmware, so that a write without an erase is caught.
-  for (size_t i = 0; i < kOldFirmwareSize; ++i) flash[i] = static_cast<uint8_t>(0xA5 ^ i);
+  static const std::vector<uint8_t> kFactoryFlash = [] {
+    std::vector<uint8_t> bytes(kFlashSize, 0x00);
+    for (size_t i = 0; i < kOldFirmwareSize; ++i) bytes[i] = static_cast<uint8_t>(0xA5 ^ i);
+    return bytes;
+  }();
+  flash = kFactoryFlash;
+  calls.clear();
+  frames.clear();
+  writeCalls = readCalls = badPackets = unknownFrames = connects = 0;
+  erases.clear();
+  writtenBlocks.clear();
+  flashReads.clear();
+  runs = bootLoaderEntries = 0;
+  touchFrames.clear();
+  touchEnabled = true;
+  open_ = silent_ = false;
+  dataCalls_ = 0;
+  releasedAt_ = 0;
+  output_.clear();
 }
 
 int ForceSensor::btl_init_driver_7853() {
@@ -102,7 +127,7 @@ int ForceSensor::btl_write_data(unsigned char* buffer, int length) {
     --faults.failedTouchFrames;
     return kSimWriteError;
   }
-  frames.emplace_back(buffer, buffer + length);
+  if (recordFrames) frames.emplace_back(buffer, buffer + length);
   SettleBoot();
   if (silent_ && !touch) return 0;
 

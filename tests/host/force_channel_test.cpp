@@ -82,25 +82,18 @@ TEST_F(ChannelTest, ZeroReplyIsReadRetryCountPlusOneTimes) {
   EXPECT_EQ(sensor.frames.back(), Hex("FF 52 0E 00"));
 }
 
-TEST_F(ChannelTest, ClosedDeviceSendsNoSensorTrafficButStillWritesTouchFrames) {
+TEST_F(ChannelTest, ClosedDeviceSendsNoSensorTrafficButStillTriesTouchFrames) {
   uint8_t reply[4] = {9, 9, 9, 9};
   channel.SendPacket(kConnect, nullptr, 0);
   channel.ReadReply(reply, 4);
-  EXPECT_FALSE(channel.ResetAssert());
-  EXPECT_FALSE(channel.ResetRelease());
-  EXPECT_FALSE(channel.ReadVersionBytes(reply));
+  EXPECT_FALSE(channel.ResetAssert() || channel.ResetRelease() || channel.ReadVersionBytes(reply));
   channel.HoldInBootLoader();
-  EXPECT_EQ(sensor.writeCalls, 0);
-  EXPECT_EQ(sensor.readCalls, 0);
-  EXPECT_EQ(rig.clock.sleeps(), std::vector<uint32_t>{10});  // only the pause after the holds
+  EXPECT_EQ(sensor.writeCalls + sensor.readCalls, 0);
   EXPECT_EQ(std::vector<uint8_t>(reply, reply + 4), Hex("09 09 09 09"));
-
-  // The closed bridge refuses them: three attempts, a pause after each.
-  rig.clock.ClearSleeps();
+  // The closed bridge refuses it: three attempts, a pause after each.
   EXPECT_FALSE(channel.DisableTouch());
-  EXPECT_FALSE(channel.EnableTouch());
-  EXPECT_EQ(sensor.writeCalls, 6);
-  EXPECT_EQ(rig.clock.sleeps(), std::vector<uint32_t>(6, 10));
+  EXPECT_EQ(sensor.writeCalls, 3);
+  EXPECT_EQ(rig.clock.sleeps(), std::vector<uint32_t>(1 + 3, 10));  // the holds' pause first
 }
 
 TEST_F(ChannelTest, TouchFrameAcceptedOnTheSecondAttemptCostsOnePause) {

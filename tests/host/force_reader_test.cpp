@@ -86,23 +86,5 @@ TEST_F(ReaderTest, UnreadableFileReadsNothingAndBothSumsStayZero) {
   EXPECT_TRUE(rig.sensor.flashReads.empty());
 }
 
-TEST_F(ReaderTest, ClosedDeviceGivesAZeroChipChecksum) {
-  channel.deviceOpen = false;
-  const std::string path = WriteTempFile("1.0.2.3.bin", {1, 2, 3});
-  EXPECT_EQ(reader.Run(path, &channel), 0.0);
-  EXPECT_EQ(reader.fileChecksum, 6.0);
-  EXPECT_EQ(rig.sensor.writeCalls, 0);
-  EXPECT_EQ(rig.log.Lines(), std::vector<std::string>(3, kConnectError));
-}
-
-TEST_F(ReaderTest, EachLoadAddsTheFileChecksumAgain) {
-  const std::string path = WriteTempFile("three.bin", {1, 2, 3});
-  EXPECT_EQ(reader.LoadFile(path), ErrNone);
-  EXPECT_EQ(reader.LoadFile(path), ErrNone);
-  EXPECT_EQ(reader.fileChecksum, 12.0);
-  EXPECT_EQ(reader.LoadFile(testing::TempDir() + "absent.bin"), ErrOpenFile);
-  EXPECT_EQ(reader.fileChecksum, 12.0);
-}
-
 }  // namespace
 }  // namespace calder
