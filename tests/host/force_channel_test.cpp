@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <vector>
 
 #include "force/iic_write_read.h"
 #include "tests/support/force_rig.h"
@@ -80,20 +79,6 @@ TEST_F(ChannelTest, ZeroReplyIsReadRetryCountPlusOneTimes) {
   EXPECT_EQ(sensor.readCalls, kRetries + 1);
   EXPECT_EQ(rig.clock.sleeps(), (std::vector<uint32_t>{2, 3, 1, 1, 1}));
   EXPECT_EQ(sensor.frames.back(), Hex("FF 52 0E 00"));
-}
-
-TEST_F(ChannelTest, ClosedDeviceSendsNoSensorTrafficButStillTriesTouchFrames) {
-  uint8_t reply[4] = {9, 9, 9, 9};
-  channel.SendPacket(kConnect, nullptr, 0);
-  channel.ReadReply(reply, 4);
-  EXPECT_FALSE(channel.ResetAssert() || channel.ResetRelease() || channel.ReadVersionBytes(reply));
-  channel.HoldInBootLoader();
-  EXPECT_EQ(sensor.writeCalls + sensor.readCalls, 0);
-  EXPECT_EQ(std::vector<uint8_t>(reply, reply + 4), Hex("09 09 09 09"));
-  // The closed bridge refuses it: three attempts, a pause after each.
-  EXPECT_FALSE(channel.DisableTouch());
-  EXPECT_EQ(sensor.writeCalls, 3);
-  EXPECT_EQ(rig.clock.sleeps(), std::vector<uint32_t>(1 + 3, 10));  // the holds' pause first
 }
 
 TEST_F(ChannelTest, TouchFrameAcceptedOnTheSecondAttemptCostsOnePause) {

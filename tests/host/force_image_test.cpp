@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
-#include <vector>
 
 #include "force/firmware_image.h"
 #include "tests/support/force_rig.h"
@@ -11,8 +10,7 @@
 namespace calder {
 namespace {
 
-using test::PatternBytes;
-using test::TaggedFile;
+using namespace test;
 
 constexpr uint8_t kEarlier = 0xEE;  // what an earlier load left in the buffer
 

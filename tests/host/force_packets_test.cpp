@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <vector>
-
 #include "force/boot_loader_packets.h"
 #include "tests/support/force_rig.h"
 
