@@ -16,8 +16,7 @@ constexpr int32_t kRetries = 2;
 
 class ChannelTest : public testing::Test {
  protected:
-  ChannelTest() : channel(&rig.sensor, kRetries) {}
-  void Open() {
+  ChannelTest() : channel(&rig.sensor, kRetries) {
     rig.sensor.btl_open_device();
     channel.deviceOpen = true;
   }
@@ -28,7 +27,6 @@ class ChannelTest : public testing::Test {
 };
 
 TEST_F(ChannelTest, FailingWritesAreTriedRetryCountPlusOneTimesWithoutPause) {
-  Open();
   sensor.faults.writesFail = true;
   EXPECT_FALSE(channel.WriteFrame(Hex("FF AA 00 01")));
   EXPECT_EQ(sensor.writeCalls, kRetries + 1);
@@ -55,7 +53,6 @@ TEST_F(ChannelTest, VersionTextFromTheRunningApplication) {
       // Failing reads: 101 passes.
       {{1, 2, 3, 4}, true, "0.0.0.0", 101 * 3, 101 * (3 + 3 + 3 + 10)},
   };
-  Open();
   for (const auto& c : cases) {
     sensor.version = c.bytes;
     sensor.faults.readsFail = c.readsFail;
@@ -71,7 +68,6 @@ TEST_F(ChannelTest, VersionTextFromTheRunningApplication) {
 }
 
 TEST_F(ChannelTest, ZeroReplyIsReadRetryCountPlusOneTimes) {
-  Open();
   // In its application the sensor ignores the packet: the reply stays zero.
   channel.SendPacket(kConnect, nullptr, 0);
   uint8_t reply[14] = {};
@@ -82,7 +78,6 @@ TEST_F(ChannelTest, ZeroReplyIsReadRetryCountPlusOneTimes) {
 }
 
 TEST_F(ChannelTest, TouchFrameAcceptedOnTheSecondAttemptCostsOnePause) {
-  Open();
   sensor.faults.failedTouchFrames = 1;
   EXPECT_TRUE(channel.DisableTouch());
   EXPECT_EQ(rig.clock.sleeps(), std::vector<uint32_t>{10});
