@@ -41,6 +41,8 @@ ErrType LoadFirmwareImage(const std::string& path, FirmwareImage* image) {
   std::FILE* raw = std::fopen(path.c_str(), "rb");
   if (raw == nullptr) return ErrOpenFile;
   std::unique_ptr<std::FILE, FileCloser> file(raw);
+  // One read into our own buffer: a stream buffer would only add a copy.
+  std::setvbuf(raw, nullptr, _IONBF, 0);
 
   std::fseek(raw, 0, SEEK_END);
   const long fileSize = std::ftell(raw);
