@@ -76,7 +76,8 @@ bool IsVersionText(const std::string& stem) {
 
 ForceImagePlan PlanForceImage(const std::string& path, const std::string& targetVersion) {
   ForceImagePlan plan;
-  plan.tagged = IsTaggedFirmwareFile(FileBytes(path));
+  const std::vector<uint8_t> bytes = FileBytes(path);
+  plan.tagged = IsTaggedFirmwareFile(bytes.data(), bytes.size());
   auto image = std::make_unique<FirmwareImage>();
   plan.load = LoadFirmwareImage(path, image.get());
   if (plan.load != ErrNone) return plan;

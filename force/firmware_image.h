@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -28,10 +29,13 @@ FirmwareImage& WriterImage();
 FirmwareImage& ReaderImage();
 
 // True when the file's content is the tagged form; anything else is raw.
-bool IsTaggedFirmwareFile(const std::vector<uint8_t>& file);
+bool IsTaggedFirmwareFile(const uint8_t* bytes, size_t size);
 
 // Loads a raw or "AW8680"-tagged file. On any error the image is unchanged.
 ErrType LoadFirmwareImage(const std::string& path, FirmwareImage* image);
+
+// The same for a file's bytes already in memory; LoadFirmwareImage ends here.
+ErrType ParseFirmwareImage(const uint8_t* bytes, size_t size, FirmwareImage* image);
 
 // Sum of all buffer bytes, not just the image's.
 double ImageChecksum(const FirmwareImage& image);

@@ -36,10 +36,10 @@ IICWriteRead::~IICWriteRead() = default;
 bool IICWriteRead::WriteFrame(const uint8_t* frame, int length) {
   if (!deviceOpen) return false;
   // The library takes a writable buffer; never hand it our constants.
-  Frame copy(frame, frame + length);
+  writeCopy_.assign(frame, frame + length);
   int result = -1;
   for (int attempt = 0; attempt <= retryCount && result != 0; ++attempt) {
-    result = bridge_->btl_write_data(copy.data(), length);
+    result = bridge_->btl_write_data(writeCopy_.data(), length);
   }
   return result == 0;
 }

@@ -45,6 +45,7 @@ class IICWriteRead {
   bool WriteTouchFrame(const Frame& frame);
 
   BridgeLibrary* bridge_;
+  Frame writeCopy_;  // reused, so a write costs no allocation
 };
 
 }  // namespace calder

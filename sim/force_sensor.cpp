@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "sim/protocol_violations.h"
+
 namespace calder::sim {
 
 namespace {
@@ -14,6 +16,7 @@ constexpr uint8_t kStatusFailed = 0x01;
 constexpr int kReadChunk = 40;
 constexpr int kWriteBlock = 64;
 constexpr size_t kOldFirmwareSize = 4096;
+constexpr uint8_t kTouchPayload[] = {0x00, 0x00, 0x02, 0x00, 0x00, 0xA1};
 
 uint8_t Sum(const uint8_t* bytes, int count) {
   unsigned sum = 0;
@@ -27,6 +30,17 @@ uint32_t Le32(const uint8_t* bytes) {
 
 void PutLe32(std::vector<uint8_t>& out, uint32_t value) {
   for (int shift = 0; shift < 32; shift += 8) out.push_back(static_cast<uint8_t>(value >> shift));
+}
+
+std::string HexOf(const uint8_t* bytes, int count) {
+  static const char kDigits[] = "0123456789ABCDEF";
+  std::string out;
+  for (int i = 0; i < count && i < 40; ++i) {
+    if (i != 0) out += ' ';
+    out += kDigits[bytes[i] >> 4];
+    out += kDigits[bytes[i] & 0x0F];
+  }
+  return count > 40 ? out + " ..." : out;
 }
 
 bool StartsWith(const uint8_t* frame, int length, std::initializer_list<uint8_t> prefix) {
@@ -46,9 +60,34 @@ const char* ModeName(ForceSensor::Mode mode) {
   return "?";
 }
 
-ForceSensor::ForceSensor(Clock& clock) : flash(kFlashSize, 0x00), clock_(clock) {
+ForceSensor::ForceSensor(Clock& clock) : clock_(clock) { Reset(); }
+
+void ForceSensor::Reset() {
+  faults = ForceSensorFaults();
+  version = kFactoryVersion;
+  versionOffset.reset();
+  mode = Mode::kApplication;
+  bootWindowMs = kBootWindowMs;
   // The factory firmware, so that a write without an erase is caught.
-  for (size_t i = 0; i < kOldFirmwareSize; ++i) flash[i] = static_cast<uint8_t>(0xA5 ^ i);
+  static const std::vector<uint8_t> kFactoryFlash = [] {
+    std::vector<uint8_t> bytes(kFlashSize, 0x00);
+    for (size_t i = 0; i < kOldFirmwareSize; ++i) bytes[i] = static_cast<uint8_t>(0xA5 ^ i);
+    return bytes;
+  }();
+  flash = kFactoryFlash;
+  calls.clear();
+  frames.clear();
+  writeCalls = readCalls = badPackets = unknownFrames = connects = 0;
+  erases.clear();
+  writtenBlocks.clear();
+  flashReads.clear();
+  runs = bootLoaderEntries = 0;
+  touchFrames.clear();
+  touchEnabled = true;
+  open_ = silent_ = false;
+  dataCalls_ = 0;
+  releasedAt_ = 0;
+  output_.clear();
 }
 
 int ForceSensor::btl_init_driver_7853() {
@@ -88,13 +127,17 @@ int ForceSensor::btl_write_data(unsigned char* buffer, int length) {
     --faults.failedTouchFrames;
     return kSimWriteError;
   }
-  frames.emplace_back(buffer, buffer + length);
+  if (recordFrames) frames.emplace_back(buffer, buffer + length);
   SettleBoot();
   if (silent_ && !touch) return 0;
 
   if (touch) {
     HandleTouchFrame(buffer, length);
   } else if (StartsWith(buffer, length, {0xFF, 0xAA, 0x00}) && length == 4) {
+    if (buffer[3] > 0x01) {
+      RecordViolation("force sensor: reset frame with byte 3 neither 01 (assert) nor 00 (release): " +
+                      HexOf(buffer, length));
+    }
     if (buffer[3] == 0x01) {
       mode = Mode::kHeldInReset;
       output_.clear();
@@ -103,11 +146,17 @@ int ForceSensor::btl_write_data(unsigned char* buffer, int length) {
       releasedAt_ = clock_.NowMs();
     }
   } else if (StartsWith(buffer, length, {0xFF, 0x52}) && length == 4) {
-    // Selects how much the next read returns; the reply is already waiting.
+    // Selects how much the next read returns; the reply is already waiting
+    // and the bus transfer has to take all of it.
+    if (!output_.empty() && buffer[2] != output_.size()) {
+      RecordViolation("force sensor: read request for " + std::to_string(buffer[2]) +
+                      " bytes while the reply owed is " + std::to_string(output_.size()));
+    }
   } else if (StartsWith(buffer, length, {0xFF, 0x57, 0x00, 0x00}) && length > 4) {
     HandleSensorPayload(buffer + 4, length - 4);
   } else {
     ++unknownFrames;
+    RecordViolation("force sensor: unknown bridge frame: " + HexOf(buffer, length));
   }
   return 0;
 }
@@ -172,6 +221,8 @@ void ForceSensor::HandleSensorPayload(const uint8_t* payload, int length) {
       dataLength != length - kCommandHeader || payload[0] != Sum(payload + 1, 8) ||
       payload[8] != Sum(payload + kCommandHeader, dataLength)) {
     ++badPackets;
+    RecordViolation("force sensor: boot loader payload with a bad layout or checksum: " +
+                    HexOf(payload, length));
     output_.clear();
     return;
   }
@@ -230,6 +281,8 @@ void ForceSensor::HandleCommand(uint8_t group, uint8_t code, const uint8_t* data
     StartApplication();
   } else {
     ++badPackets;
+    RecordViolation("force sensor: unknown boot loader command or data: " +
+                    HexOf(data - kCommandHeader, length + kCommandHeader));
     output_.clear();
   }
 }
@@ -238,12 +291,20 @@ void ForceSensor::HandleTouchFrame(const uint8_t* frame, int length) {
   static const uint8_t kHead[] = {0x22, 0x00, 0x2E, 0x03, 0x23, 0x00, 0x23, 0x00, 0x0E, 0x08};
   if (length != kTouchFrameLength || !std::equal(std::begin(kHead), std::end(kHead), frame)) {
     ++unknownFrames;
+    RecordViolation("force sensor: touch frame with a bad head or length: " +
+                    HexOf(frame, length));
     return;
   }
   uint8_t x = 0;
   for (int i = 11; i < 18; ++i) x ^= frame[i];
-  if (frame[10] != static_cast<uint8_t>(x + 1)) {
+  // The controller takes the report as a whole: fixed payload, one switch
+  // byte, zeros to the end.
+  if (frame[10] != static_cast<uint8_t>(x + 1) ||
+      !std::equal(std::begin(kTouchPayload), std::end(kTouchPayload), frame + 11) ||
+      frame[17] > 0x01 || std::any_of(frame + 18, frame + length, [](uint8_t b) { return b != 0; })) {
     ++badPackets;
+    RecordViolation("force sensor: touch frame with a bad checksum, payload or tail: " +
+                    HexOf(frame, length));
     return;
   }
   const bool disable = frame[17] == 0x01;

@@ -50,8 +50,12 @@ class ForceSensor : public BridgeLibrary {
   static constexpr uint32_t kSectorSize = 512;
   // A boot-hold frame must follow the reset release within this time.
   static constexpr uint64_t kBootWindowMs = 10;
+  static constexpr std::array<uint8_t, 4> kFactoryVersion{1, 0, 2, 3};
 
   explicit ForceSensor(Clock& clock);
+  // Back to the factory state (configuration, flash, records), keeping the
+  // storage: a fuzzer reuses one sensor for every input.
+  void Reset();
 
   // --- BridgeLibrary ---
   int btl_init_driver_7853() override;
@@ -63,7 +67,7 @@ class ForceSensor : public BridgeLibrary {
 
   // --- configuration ---
   ForceSensorFaults faults;
-  std::array<uint8_t, 4> version{1, 0, 2, 3};
+  std::array<uint8_t, 4> version = kFactoryVersion;
   // When set, the application reports the four flash bytes at this offset
   // from kFlashBase instead of `version`: firmware that carries its own
   // version, so a half-written image shows.
@@ -77,6 +81,7 @@ class ForceSensor : public BridgeLibrary {
   // --- what the sensor and bridge saw ---
   std::vector<std::string> calls;                   // the lifecycle calls in order
   std::vector<std::vector<uint8_t>> frames;         // every accepted btl_write_data
+  bool recordFrames = true;                         // kept by Reset; fuzzers turn it off
   int writeCalls = 0;                               // accepted or not
   int readCalls = 0;
   int badPackets = 0;                               // checksum or layout errors

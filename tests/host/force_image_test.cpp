@@ -1,93 +1,83 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
-#include <vector>
 
 #include "force/firmware_image.h"
-#include "tests/support/temp_file.h"
+#include "tests/support/force_rig.h"
 
 namespace calder {
 namespace {
 
-using test::PatternBytes;
-using test::TaggedFile;
-using test::WriteTempFile;
+using namespace test;
 
-class FirmwareImageTest : public testing::Test {
- protected:
-  ErrType Load(const std::vector<uint8_t>& file) {
-    return LoadFirmwareImage(WriteTempFile("force_image.bin", file), image.get());
-  }
-  std::vector<uint8_t> Bytes(size_t from, size_t to) const {
-    return std::vector<uint8_t>(image->buffer + from, image->buffer + to);
-  }
-  std::unique_ptr<FirmwareImage> image = std::make_unique<FirmwareImage>();
+constexpr uint8_t kEarlier = 0xEE;  // what an earlier load left in the buffer
+
+std::vector<uint8_t> TagAt(size_t size, size_t at) {
+  std::vector<uint8_t> file(size, 0x11);
+  std::memcpy(file.data() + at, "AW8680", std::min<size_t>(6, size - at));
+  return file;
+}
+
+struct SizeCase {
+  const char* name;
+  std::vector<uint8_t> file;
+  ErrType result;
+  int32_t size;      // on success
+  size_t bodyStart;  // where the image starts in the file
 };
 
-TEST_F(FirmwareImageTest, RawFilesArePaddedToTheNextWhole64ByteBlock) {
-  const struct {
-    size_t fileSize;
-    int32_t imageSize;
-  } cases[] = {{1, 64}, {64, 128}, {1000, 1024}, {1024, 1088}, {49983, 49984}};
-  for (const auto& c : cases) {
-    std::memset(image->buffer, 0xEE, sizeof image->buffer);
-    const std::vector<uint8_t> file = PatternBytes(c.fileSize);
-    ASSERT_EQ(Load(file), ErrNone) << c.fileSize;
-    EXPECT_EQ(image->size, c.imageSize) << c.fileSize;
-    EXPECT_EQ(Bytes(0, c.fileSize), file);
-    EXPECT_EQ(Bytes(c.fileSize, c.imageSize), std::vector<uint8_t>(c.imageSize - c.fileSize, 0));
-    // Past the padding the buffer keeps what was there.
-    EXPECT_EQ(image->buffer[c.imageSize], 0xEE);
+class FirmwareImageSizes : public testing::TestWithParam<SizeCase> {};
+
+TEST_P(FirmwareImageSizes, LoadsOrRefusesLeavingTheRestOfTheBuffer) {
+  const SizeCase& c = GetParam();
+  auto image = std::make_unique<FirmwareImage>();
+  std::memset(image->buffer, kEarlier, sizeof image->buffer);
+  image->size = 77;
+  ASSERT_EQ(ParseFirmwareImage(c.file.data(), c.file.size(), image.get()), c.result);
+  if (c.result != ErrNone) {
+    EXPECT_EQ(image->size, 77);
+    EXPECT_EQ(std::count(image->buffer, image->buffer + kImageBufferSize, kEarlier),
+              kImageBufferSize);
+    return;
   }
+  ASSERT_EQ(image->size, c.size);
+  const size_t body = c.file.size() - c.bodyStart;
+  const uint8_t* at = image->buffer;
+  EXPECT_TRUE(std::equal(at, at + body, c.file.begin() + c.bodyStart));
+  EXPECT_EQ(std::count(at + body, at + c.size, 0), static_cast<long>(c.size - body));  // padding
+  EXPECT_EQ(std::count(at + c.size, at + kImageBufferSize, kEarlier), kImageBufferSize - c.size);
 }
 
-TEST_F(FirmwareImageTest, TaggedFilesDropTheHeaderAndAreNotPadded) {
-  const std::vector<uint8_t> payload = PatternBytes(30000, 9);
-  ASSERT_EQ(Load(TaggedFile(payload)), ErrNone);
-  EXPECT_EQ(image->size, 30000);
-  EXPECT_EQ(Bytes(0, 30000), payload);
+INSTANTIATE_TEST_SUITE_P(
+    All, FirmwareImageSizes,
+    testing::Values(
+        // Raw files gain zeros up to the next 64-byte block, a whole one when aligned.
+        SizeCase{"raw64", PatternBytes(64), ErrNone, 128, 0},
+        SizeCase{"raw1000", PatternBytes(1000), ErrNone, 1024, 0},
+        SizeCase{"raw1024", PatternBytes(1024), ErrNone, 1088, 0},
+        SizeCase{"rawLargest", PatternBytes(49983), ErrNone, 49984, 0},
+        SizeCase{"rawTooBig", PatternBytes(49984), ErrImageSize, 0, 0},
+        SizeCase{"huge", PatternBytes(200000), ErrImageSize, 0, 0},
+        SizeCase{"empty", {}, ErrNone, 64, 0},
+        // Tagged files lose the header and are not padded.
+        SizeCase{"tagged30000", TaggedFile(PatternBytes(30000, 9)), ErrNone, 30000, 72},
+        SizeCase{"taggedEmpty", TaggedFile({}), ErrNone, 0, 72},
+        SizeCase{"taggedLargest", TaggedFile(PatternBytes(kImageBufferSize)), ErrNone,
+                 kImageBufferSize, 72},
+        SizeCase{"taggedTooBig", TaggedFile(PatternBytes(kImageBufferSize + 1)), ErrImageSize, 0,
+                 0},
+        SizeCase{"taggedCutShort", TagAt(71, 24), ErrImageSize, 0, 0},
+        // The tag counts only whole and at offset 24.
+        SizeCase{"tagAt23", TagAt(100, 23), ErrNone, 128, 0},
+        SizeCase{"tagCutAt29", TagAt(29, 24), ErrNone, 64, 0}),
+    [](const testing::TestParamInfo<SizeCase>& info) { return info.param.name; });
 
-  ASSERT_EQ(Load(TaggedFile({})), ErrNone);
-  EXPECT_EQ(image->size, 0);
-
-  ASSERT_EQ(Load(TaggedFile(PatternBytes(kImageBufferSize))), ErrNone);
-  EXPECT_EQ(image->size, kImageBufferSize);
-}
-
-TEST_F(FirmwareImageTest, TheTagCountsOnlyAtOffset24) {
-  std::vector<uint8_t> file(100, 0x11);
-  std::memcpy(file.data() + 23, "AW8680", 6);
-  ASSERT_EQ(Load(file), ErrNone);
-  EXPECT_EQ(image->size, 128);
-  // 29 bytes holding the start of the tag: too short to carry it.
-  std::vector<uint8_t> shortFile(29, 0);
-  std::memcpy(shortFile.data() + 24, "AW868", 5);
-  ASSERT_EQ(Load(shortFile), ErrNone);
-  EXPECT_EQ(image->size, 64);
-}
-
-TEST_F(FirmwareImageTest, ImagesThatWouldOverrunOrGoNegativeAreRefusedUntouched) {
-  ASSERT_EQ(Load(PatternBytes(100, 3)), ErrNone);
-  const std::vector<uint8_t> before = Bytes(0, kImageBufferSize);
-
-  EXPECT_EQ(Load(PatternBytes(49984)), ErrImageSize);  // padding would reach 50048
-  EXPECT_EQ(Load(TaggedFile(PatternBytes(kImageBufferSize + 1))), ErrImageSize);
-  std::vector<uint8_t> cutShort = TaggedFile({});
-  cutShort.resize(71);
-  EXPECT_EQ(Load(cutShort), ErrImageSize);
-  EXPECT_EQ(Load(PatternBytes(200000)), ErrImageSize);
-  EXPECT_EQ(LoadFirmwareImage(testing::TempDir() + "no_such_firmware.bin", image.get()),
-            ErrOpenFile);
-
-  EXPECT_EQ(image->size, 128);
-  EXPECT_EQ(Bytes(0, kImageBufferSize), before);
-}
-
-TEST_F(FirmwareImageTest, ChecksumSumsTheWholeBuffer) {
-  ASSERT_EQ(Load({1, 2, 3}), ErrNone);
-  EXPECT_EQ(ImageChecksum(*image), 6.0);
-  image->buffer[kImageBufferSize - 1] = 0xFF;  // beyond the image, still counted
+TEST(FirmwareImageChecksum, SumsTheWholeBuffer) {
+  auto image = std::make_unique<FirmwareImage>();
+  image->buffer[0] = 6;
+  image->buffer[kImageBufferSize - 1] = 0xFF;  // beyond any image, still counted
   EXPECT_EQ(ImageChecksum(*image), 261.0);
 }
 

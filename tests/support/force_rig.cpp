@@ -1,23 +1,24 @@
 #include "tests/support/force_rig.h"
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
 namespace calder::test {
 
 ForceRig::ForceRig() {
   env.clock = &clock;
   env.progress = &progress;
   env.bridge = &sensor;
-  scope = std::make_unique<ScopedEnvironment>(env);
+  Install();
 }
 
-std::vector<Frame> ForceRig::CommandFrames(BootCommand command) const {
-  std::vector<Frame> out;
-  for (const auto& frame : sensor.frames) {
-    if (frame.size() >= 13 && frame[0] == 0xFF && frame[1] == 0x57 && frame[7] == command.group &&
-        frame[8] == command.code && frame[5] == 0x01 && frame[6] == 0x81) {
-      out.push_back(frame);
-    }
-  }
-  return out;
+void ForceRig::Install() {
+  scope.reset();
+  scope = std::make_unique<ScopedEnvironment>(env);
 }
 
 std::vector<std::string> ForceRig::LinesFrom(const std::string& file) const {
@@ -28,9 +29,12 @@ std::vector<std::string> ForceRig::LinesFrom(const std::string& file) const {
   return out;
 }
 
-std::vector<uint32_t> RestartAndHoldPauses() {
-  return Concat({{100}, Repeat({2}, 20), {10}});
+int ForceRig::CountLines(const std::string& line) const {
+  const std::vector<std::string> lines = log.Lines();
+  return static_cast<int>(std::count(lines.begin(), lines.end(), line));
 }
+
+std::vector<uint32_t> RestartAndHoldPauses() { return Concat({{100}, Repeat({2}, 20), {10}}); }
 
 std::vector<uint32_t> Concat(std::initializer_list<std::vector<uint32_t>> parts) {
   std::vector<uint32_t> out;
@@ -42,6 +46,34 @@ std::vector<uint32_t> Repeat(const std::vector<uint32_t>& part, int times) {
   std::vector<uint32_t> out;
   for (int i = 0; i < times; ++i) out.insert(out.end(), part.begin(), part.end());
   return out;
+}
+
+std::vector<uint8_t> Hex(const std::string& text) {
+  std::vector<uint8_t> out;
+  std::istringstream in(text);
+  std::string token;
+  while (in >> token) out.push_back(static_cast<uint8_t>(std::stoul(token, nullptr, 16)));
+  return out;
+}
+
+std::vector<uint8_t> PatternBytes(size_t size, uint8_t seed) {
+  std::vector<uint8_t> bytes(size);
+  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>((i * 7 + seed) % 251 + 1);
+  return bytes;
+}
+
+std::vector<uint8_t> TaggedFile(const std::vector<uint8_t>& image) {
+  std::vector<uint8_t> file(72, 0x5A);
+  std::memcpy(file.data() + 24, "AW8680", 6);
+  file.insert(file.end(), image.begin(), image.end());
+  return file;
+}
+
+std::string WriteTempFile(const std::string& name, const std::vector<uint8_t>& bytes) {
+  const std::string path = testing::TempDir() + name;
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  return path;
 }
 
 }  // namespace calder::test

@@ -24,10 +24,10 @@ class RecordingPoster : public ProgressPoster {
 // progress posts and the log captured.
 struct ForceRig {
   ForceRig();
+  void Install();  // again, after env changed
 
-  // Sensor frames of one boot-loader command, in order.
-  std::vector<Frame> CommandFrames(BootCommand command) const;
   std::vector<std::string> LinesFrom(const std::string& file) const;
+  int CountLines(const std::string& line) const;
 
   VirtualClock clock;
   sim::ForceSensor sensor{clock};
@@ -37,9 +37,18 @@ struct ForceRig {
   LogCapture log;
 };
 
-// The pauses of each exchange, to spell out expected sequences.
+// Pauses of recurring exchanges, to spell out expected sequences.
 std::vector<uint32_t> RestartAndHoldPauses();  // 100, twenty 2s, 10
 std::vector<uint32_t> Concat(std::initializer_list<std::vector<uint32_t>> parts);
 std::vector<uint32_t> Repeat(const std::vector<uint32_t>& part, int times);
+
+// "FF 57 00" as bytes, so frames read like the protocol tables.
+std::vector<uint8_t> Hex(const std::string& text);
+
+// Firmware files: a raw image with a repeating non-zero pattern, or an image
+// behind a 72-byte "AW8680" header; written under the test's temporary folder.
+std::vector<uint8_t> PatternBytes(size_t size, uint8_t seed = 1);
+std::vector<uint8_t> TaggedFile(const std::vector<uint8_t>& image);
+std::string WriteTempFile(const std::string& name, const std::vector<uint8_t>& bytes);
 
 }  // namespace calder::test
