@@ -15,6 +15,7 @@
 #include "platform/clock.h"
 #include "platform/environment.h"
 #include "sim/force_sensor.h"
+#include "sim/protocol_violations.h"
 #include "sim/touch_device.h"
 #include "sim/touchpad_controller.h"
 
@@ -117,6 +118,9 @@ UpdatePrediction PredictUpdate(const fs::path& packageDir) {
     prediction.log = recorder.Lines();
   }
   Phases() = saved;
+  // What the models would refuse (a package with no force image sends an
+  // empty write) is the findings' to report, not the prediction's.
+  sim::TakeViolations();
   prediction.updateMs = clock.TotalSleptMs();
   return prediction;
 }

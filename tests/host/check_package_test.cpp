@@ -15,7 +15,7 @@
 #include "platform/bridge_library.h"
 #include "platform/upgrade_library.h"
 #include "tests/support/log_capture.h"
-#include "tests/support/temp_file.h"
+#include "tests/support/force_rig.h"
 
 namespace calder::check {
 namespace {

@@ -1,5 +1,8 @@
 #include "tests/support/force_rig.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -70,7 +73,11 @@ std::vector<uint8_t> TaggedFile(const std::vector<uint8_t>& image) {
 }
 
 std::string WriteTempFile(const std::string& name, const std::vector<uint8_t>& bytes) {
-  const std::string path = testing::TempDir() + name;
+  // A folder of this process's own: the name is often the version the test
+  // needs, and another test run may be writing the same name.
+  const std::string folder = testing::TempDir() + "calder-" + std::to_string(getpid()) + "/";
+  mkdir(folder.c_str(), 0700);
+  const std::string path = folder + name;
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
   return path;
