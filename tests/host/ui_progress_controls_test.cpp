@@ -12,6 +12,7 @@
 #include "platform/environment.h"
 #include "tests/host/skin_test_doubles.h"
 #include "tests/support/fake_system.h"
+#include "ui/circle_progress_ui.h"
 #include "ui/firm_progress_ui.h"
 #include "ui/lottie_ui.h"
 #include "ui/progress_controls.h"
@@ -23,6 +24,12 @@ namespace {
 
 using test::ColorText;
 using test::RectText;
+
+std::string Num(float v) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%g", v);
+  return text;
+}
 
 // The bar's band, corner radius and fill for a control rectangle, at several scales.
 // control, scale, radius, value; track and fill rectangles ("" when nothing is drawn), radius, fill
@@ -63,9 +70,18 @@ class RecordingPainter : public ShapePainter {
     }
     g_paint.push_back(line);
   }
-  void DrawEllipse(int, int, int, int, float, uint32_t) override {}
-  void DrawArc(int, int, int, int, float, float, float, uint32_t, bool) override {}
-  void DrawCentredText(const UiRect&, const std::wstring&, int, const std::wstring&) override {}
+  void DrawEllipse(int x, int y, int w, int h, float pen, uint32_t argb) override {
+    g_paint.push_back("ellipse " + RectText({x, y, x + w, y + h}) + " pen " + Num(pen) + " " + ColorText(argb));
+  }
+  void DrawArc(int x, int y, int w, int h, float start, float sweep, float pen, uint32_t argb,
+               bool round_caps) override {
+    g_paint.push_back("arc " + RectText({x, y, x + w, y + h}) + " " + Num(start) + " " + Num(sweep) + " pen " +
+                      Num(pen) + " " + ColorText(argb) + (round_caps ? " round" : ""));
+  }
+  void DrawCentredText(const UiRect& rect, const std::wstring& text, int height, const std::wstring& face) override {
+    g_paint.push_back("text " + RectText(rect) + " " + WideToUtf8(text) + " " + std::to_string(height) + " " +
+                      WideToUtf8(face));
+  }
   void DrawPremultiplied(const uint32_t*, int width, int height, const UiRect& dest) override {
     g_paint.push_back("image " + std::to_string(width) + "x" + std::to_string(height) + " " + RectText(dest));
   }
@@ -149,6 +165,31 @@ TEST_F(ProgressControls, BarPaintsTrackThenFillAsPills) {
   test::RecordingCanvas plain;  // no native context: nothing to paint on
   bar->PaintStatusImage(plain);
   EXPECT_TRUE(g_paint.empty());
+}
+
+TEST_F(ProgressControls, CirclePaintsTrackArcAndPercentAtEachScale) {
+  // rectangle, DPI, value; the painter calls ("" when there is no room)
+  const std::tuple<UiRect, unsigned, int, const char*> cases[] = {
+      {{10, 20, 111, 121}, 96, 25,  // r = 50 - 4 - 8 / 2
+       "open 1|ellipse 18,28,102,112 pen 8 #40FFFFFF|arc 18,28,102,112 -90 90 pen 8 #FF3482FF round|"
+       "text 10,20,111,121 25% -20 \u5FAE\u8F6F\u96C5\u9ED1|close|"},
+      {{0, 0, 51, 90}, 144, 60,  // r = 25 - 6 - 12 / 2
+       "open 1|ellipse 12,32,38,58 pen 12 #40FFFFFF|arc 12,32,38,58 -90 216 pen 12 #FF3482FF round|"
+       "text 0,0,51,90 60% -31 \u5FAE\u8F6F\u96C5\u9ED1|close|"},
+      {{10, 20, 10, 121}, 96, 25, ""},
+      {{10, 20, 111, 20}, 96, 25, ""}};
+  auto circle = Make<CCircleProgressUI>({{L"cirbjcolor", L"#40FFFFFF"}, {L"circolor", L"#FF3482FF"},
+                                         {L"max", L"200"}, {L"textFontSize", L"20"}, {L"circlePenWidth", L"8"}});
+  for (const auto& [rect, dpi, value, expected] : cases) {
+    manager.GetDPIObj()->SetScale(dpi);
+    circle->SetPos(rect);
+    circle->SetValue(value);
+    g_paint.clear();
+    circle->PaintStatusImage(canvas);
+    std::string calls;
+    for (const std::string& line : g_paint) calls += line + "|";
+    EXPECT_EQ(calls, expected) << RectText(rect);
+  }
 }
 
 // The executable "lives" in a folder whose UTF-16 name the control turns into
