@@ -40,15 +40,15 @@ void LogRefusal(const char* what, const TrustVerdict& verdict) {
   LOG(ERROR) << what << " refused: " << verdict.path << " " << verdict.reason;
 }
 
-}  // namespace
-
 // The marker's folder chain and the marker's own place; logs a refusal.
-static bool MarkerMayBeTouched() {
+bool MarkerMayBeTouched() {
   TrustVerdict verdict = CheckChain(kMarkerFolder);
   if (verdict.trusted) verdict = CheckFileTarget(*Env().files, MarkerFilePath());
   if (!verdict.trusted) LogRefusal("run marker", verdict);
   return verdict.trusted;
 }
+
+}  // namespace
 
 void CreateFolderChain(const std::string& folder) {
   char buffer[kPathBuffer] = {};
