@@ -1,13 +1,12 @@
 #include "tests/support/force_rig.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <random>
 #include <sstream>
 
 namespace calder::test {
@@ -75,8 +74,11 @@ std::vector<uint8_t> TaggedFile(const std::vector<uint8_t>& image) {
 std::string WriteTempFile(const std::string& name, const std::vector<uint8_t>& bytes) {
   // A folder of this process's own: the name is often the version the test
   // needs, and another test run may be writing the same name.
-  const std::string folder = testing::TempDir() + "calder-" + std::to_string(getpid()) + "/";
-  mkdir(folder.c_str(), 0700);
+  static const std::string folder = [] {
+    const std::string made = testing::TempDir() + "calder-" + std::to_string(std::random_device{}()) + "/";
+    std::filesystem::create_directories(made);
+    return made;
+  }();
   const std::string path = folder + name;
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
