@@ -138,6 +138,11 @@ def screenshot(xwd):
     if subprocess.run(["xwd", "-root", "-silent", "-display", os.environ.get("DISPLAY", ":0"),
                        "-out", str(xwd)], capture_output=True).returncode != 0:
         return None
+    return xwd_reader(xwd)
+
+
+def xwd_reader(xwd):
+    """(x, y) -> (r, g, b) of a dump xwd made (also used by scripts/demo)."""
     data = Path(xwd).read_bytes()
     fields = struct.unpack(">25I", data[:100])
     header_size, byte_order, bits_per_pixel, bytes_per_line = (

@@ -65,9 +65,9 @@ std::vector<uint8_t> PatternBytes(size_t size, uint8_t seed) {
 }
 
 std::vector<uint8_t> TaggedFile(const std::vector<uint8_t>& image) {
-  std::vector<uint8_t> file(72, 0x5A);
+  std::vector<uint8_t> file(72 + image.size(), 0x5A);
   std::memcpy(file.data() + 24, "AW8680", 6);
-  file.insert(file.end(), image.begin(), image.end());
+  std::copy(image.begin(), image.end(), file.begin() + 72);
   return file;
 }
 
