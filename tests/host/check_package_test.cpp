@@ -9,7 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "check/force_image_plan.h"
 #include "check/package_checker.h"
+#include "check/package_machine.h"
 #include "check/pe_reader.h"
 #include "check/report_writer.h"
 #include "platform/bridge_library.h"
@@ -271,6 +273,13 @@ TEST(CheckPrediction, GoodPackageUpdatesAndAWrongNameFailsAfterThreeWrites) {
   EXPECT_FALSE(noTouchpad.forcePhaseRan);
 }
 
+TEST(CheckNames, CaseOrdersOnlyOtherwiseEqualNamesAndVersionFieldsStopAt255) {
+  EXPECT_TRUE(NtfsNameLess("A.bin", "a.bin"));
+  EXPECT_FALSE(NtfsNameLess("a.bin", "A.bin"));
+  std::array<uint8_t, 4> bytes{};
+  EXPECT_FALSE(VersionBytesOf("1.0.256.3", &bytes));
+}
+
 TEST(CheckReport, JsonCarriesNumbersAsNumbersAndMissingSectionsAsNull) {
   test::LogCapture log;
   Package package;
@@ -282,7 +291,10 @@ TEST(CheckReport, JsonCarriesNumbersAsNumbersAndMissingSectionsAsNull) {
                       "\"image_size\": 1024, \"blocks\": 16"),
             std::string::npos);
   EXPECT_NE(json.find("\"force_phase_seconds\": null"), std::string::npos);
-  EXPECT_NE(json.find("\"update_seconds\": 3."), std::string::npos);
+  EXPECT_NE(json.find("\"update_seconds\": 3.000}"), std::string::npos);
+  PackageReport odd;  // quotes, backslashes and control characters are escaped
+  odd.findings.push_back({Severity::kWarning, "c", "a\"\\\x1f", "m"});
+  EXPECT_NE(JsonReport(odd, false).find(R"("path": "a\"\\\u001f")"), std::string::npos);
 }
 
 }  // namespace

@@ -23,6 +23,13 @@ TEST(SkinDpi, ScaleIsTheRoundedPercentOfTheDpi) {
     EXPECT_EQ(dpi.GetScale(), c[1]) << c[0];
     EXPECT_EQ(dpi.Scale(27), c[2]) << c[0];
   }
+  // The other awareness modes ignore the monitor's scale (0 by now).
+  dpi.SetSystemScale(125);
+  dpi.SetAwareness(kSystemDpiAware);
+  EXPECT_EQ(dpi.Scale(40), 50);
+  dpi.SetAwareness(kDpiUnaware);
+  EXPECT_EQ(dpi.GetScale(), 100);
+  EXPECT_EQ(dpi.Scale(40), 40);
   // Rounded half away from zero whichever side is negative, clamped, -1 for a zero divisor.
   const int muldiv[][4] = {{-3, 1, 2, -2}, {3, 1, -2, -2}, {5, 1, 0, -1}, {INT_MAX, 2, 1, INT_MAX}, {INT_MIN, 2, 1, INT_MIN}};
   for (const auto& m : muldiv) EXPECT_EQ(MulDivRound(m[0], m[1], m[2]), m[3]) << m[0] << " " << m[2];

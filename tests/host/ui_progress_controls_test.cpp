@@ -235,7 +235,7 @@ TEST_F(LottieControl, FolderNamesConvertFromUtf16) {
 }
 
 TEST_F(LottieControl, JsonBesideTheExePlaysOnItsOwnTimer) {
-  PlaceExe(u"calder_exe_dir", "calder_exe_dir");
+  PlaceExe(u"calder\\exe_dir", "calder\\exe_dir");  // the folder is all before the last backslash
   // The name is exact; a missing file plays nothing.
   for (const Attrs& attrs : {Attrs{{L"JSON", L"loading_dark.json"}}, Attrs{{L"json", L"nothing_here.json"}}}) {
     auto empty = Make<CLottieUI>(attrs);
