@@ -28,12 +28,14 @@ TrustVerdict CheckFolder(FileSystem& files, const std::string& path) {
   return Refuse(path, "has an owner that cannot be read");
 }
 
+bool IsAtOrUnder(const std::string& root, const std::string& path) {
+  return path.compare(0, root.size(), root) == 0 &&
+         (path.size() == root.size() || path[root.size()] == '\\');
+}
+
 TrustVerdict CheckFolderChain(FileSystem& files, const std::string& root,
                               const std::string& folder) {
-  if (folder.compare(0, root.size(), root) != 0 ||
-      (folder.size() > root.size() && folder[root.size()] != '\\')) {
-    return Refuse(folder, "lies outside " + root);
-  }
+  if (!IsAtOrUnder(root, folder)) return Refuse(folder, "lies outside " + root);
   size_t end = root.size();
   while (true) {
     TrustVerdict verdict = CheckFolder(files, folder.substr(0, end));

@@ -20,6 +20,9 @@ struct TrustVerdict {
 // as (an administrator already; a service runs as SYSTEM).
 TrustVerdict CheckFolder(FileSystem& files, const std::string& path);
 
+// Whether path is root itself or lies below it.
+bool IsAtOrUnder(const std::string& root, const std::string& path);
+
 // Every folder from root down to folder, both included. A folder outside
 // root is refused: the chain it hangs from is unknown.
 TrustVerdict CheckFolderChain(FileSystem& files, const std::string& root,

@@ -19,15 +19,11 @@ const char kLogFormat[] = "%datetime{%Y-%M-%d %H:%m:%s.%g} %level %fbase %line: 
 namespace {
 
 constexpr size_t kPathBuffer = 260;  // MAX_PATH, terminator included
-constexpr size_t kTrustRootLength = sizeof kTrustRoot - 1;
 
 // A folder at or under the trust root that may not be created in: nothing
 // is made through a link or inside a folder an ordinary user controls.
 bool RefusedUnderRoot(FileSystem& files, const char* prefix) {
-  const std::string path = prefix;
-  if (path.compare(0, kTrustRootLength, kTrustRoot) != 0) return false;
-  if (path.size() > kTrustRootLength && path[kTrustRootLength] != '\\') return false;
-  return !CheckFolder(files, path).trusted;
+  return IsAtOrUnder(kTrustRoot, prefix) && !CheckFolder(files, prefix).trusted;
 }
 
 // The chain from the trust root down to folder, or why it is refused.
