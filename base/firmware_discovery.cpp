@@ -11,8 +11,6 @@ const char kForceFirmwareFolder[] = "\\Force";
 
 namespace {
 
-constexpr size_t kPathBuffer = 260;
-
 bool IsSeparator(char c) { return c == '\\' || c == '/'; }
 
 bool EndsWithSeparator(const std::string& s) { return !s.empty() && IsSeparator(s.back()); }

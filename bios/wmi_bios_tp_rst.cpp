@@ -53,6 +53,7 @@ class WmiCallResources {
 };
 
 // Logs a failed step with its signed code.
+// Kept as the field sees it: every failure at INFO, none at ERROR.
 bool Failed(int32_t hr, const char* message) {
   if (hr >= 0) return false;
   LOG(INFO) << message << hr;
@@ -88,6 +89,7 @@ bool WMIBiosTPReset(WmiConnector& wmi) {
     return false;
   }
   if (Failed(Obtain(&held.locator, [&](WmiObject* o) { return wmi.CreateLocator(o); }),
+             // Kept as the field sees it: "Err code", not "Error code", here.
              "Failed to create IWbemLocator object. Err code = ")) {
     return false;
   }
@@ -115,6 +117,7 @@ bool WMIBiosTPReset(WmiConnector& wmi) {
                     [&](WmiObject* o) {
                       return wmi.GetMethodSignature(held.classObject, held.methodName, o);
                     }),
+             // Kept as the field sees it: two blanks after "=" in this text.
              "Could not get method. Error code =  ")) {
     return false;
   }

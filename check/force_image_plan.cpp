@@ -5,6 +5,7 @@
 #include <numeric>
 #include <vector>
 
+#include "force/force_update.h"
 #include "force/iic_write_read.h"
 #include "force/read_firmware_content.h"
 #include "force/update_fw.h"
@@ -15,8 +16,6 @@
 namespace calder::check {
 
 namespace {
-
-constexpr int32_t kChannelRetries = 5;
 
 std::vector<uint8_t> FileBytes(const std::string& path) {
   std::vector<uint8_t> bytes;
@@ -44,7 +43,7 @@ struct SensorBench {
   sim::ForceSensor sensor;
   Environment env;
   std::unique_ptr<ScopedEnvironment> scope;
-  IICWriteRead channel{&sensor, kChannelRetries};
+  IICWriteRead channel{&sensor, kBridgeRetryCount};
 };
 
 }  // namespace

@@ -124,7 +124,9 @@ int RunVersionReport() {
   LOG(INFO) << "tp version : " << tpVersion << " force version : " << forceVersion;
   std::cout << "compound version:" << tpVersion << "." << forceVersion << std::endl;
   reader->CloseHandles();
-  reader.reset();  // closes both handles again, harmlessly
+  // Kept as the field sees it: the release closes both handles a second
+  // time, which fails without effect.
+  reader.reset();
   LOG(INFO) << kFinishLine;
   return 0;
 }

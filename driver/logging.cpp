@@ -7,6 +7,7 @@
 #include "base/log.h"
 #include "platform/environment.h"
 #include "platform/file_system.h"
+#include "platform/process_info.h"
 
 namespace calder {
 
@@ -17,8 +18,6 @@ const char kTrustRoot[] = "C:\\ProgramData\\KORU";
 const char kLogFormat[] = "%datetime{%Y-%M-%d %H:%m:%s.%g} %level %fbase %line: %msg";
 
 namespace {
-
-constexpr size_t kPathBuffer = 260;  // MAX_PATH, terminator included
 
 // A folder at or under the trust root that may not be created in: nothing
 // is made through a link or inside a folder an ordinary user controls.

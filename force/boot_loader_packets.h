@@ -22,8 +22,10 @@ constexpr BootCommand kRunApplication{0x04, 0x11};
 constexpr uint32_t kApplicationStart = 0x01001000;
 constexpr int kSectorSize = 512;
 constexpr int kMaxSectorsPerErase = 20;
-constexpr int kWriteBlockSize = 64;
-constexpr int kReadChunkSize = 40;
+constexpr int kWriteBlockSize = 64;  // image bytes per Write flash packet
+constexpr int kReadChunkSize = 40;   // flash bytes per Read flash packet
+// The writer's and the reader's page size: recorded, used by no exchange.
+constexpr int32_t kPageSize = 256;
 
 // Reply lengths read after each command.
 constexpr uint8_t kConnectReplyLength = 14;

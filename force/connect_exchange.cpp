@@ -8,14 +8,14 @@
 namespace calder {
 
 ConnectVerdict ExchangeConnect(IICWriteRead* channel, std::string* replyLine) {
-  uint8_t reply[kConnectReplySize] = {};
+  uint8_t reply[kConnectReplyLength] = {};
   channel->SendPacket(kConnect, nullptr, 0);
   channel->ReadReply(reply, kConnectReplyLength);
   // Only the answer to the second Connect is judged.
   channel->SendPacket(kConnect, nullptr, 0);
   if (!channel->deviceOpen) return ConnectVerdict::kNotOpen;
   channel->ReadReply(reply, kConnectReplyLength);
-  *replyLine = ReplyHexLine(reply, kConnectReplySize);
+  *replyLine = ReplyHexLine(reply, kConnectReplyLength);
   return ConnectReplyOk(reply) ? ConnectVerdict::kOk : ConnectVerdict::kWrongReply;
 }
 

@@ -7,8 +7,6 @@ namespace calder {
 
 class IICWriteRead;
 
-constexpr int kConnectReplySize = 14;
-
 enum class ConnectVerdict { kNotOpen, kOk, kWrongReply };
 
 // The Connect exchange the writer and the reader share: Connect, read,

@@ -70,7 +70,8 @@ ErrType ParseFirmwareImage(const uint8_t* bytes, size_t size, FirmwareImage* ima
     return ErrNone;
   }
 
-  // Raw: always padded, a whole block of zeros when already aligned.
+  // Raw: padded to whole 64-byte blocks.
+  // Kept as the field sees it: a whole block of zeros even when already aligned.
   const long padded = fileSize + (kPadding - fileSize % kPadding);
   if (padded > kImageBufferSize) return ErrImageSize;
   if (fileSize > 0) std::memcpy(image->buffer, bytes, size);

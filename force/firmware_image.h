@@ -24,7 +24,9 @@ struct FirmwareImage {
   int32_t size = 0;
 };
 
-// The writer's and the reader's own process-wide images.
+// The writer's and the reader's own images.
+// Kept as the field sees it: two process-wide buffers, so bytes past a shorter
+// image keep what an earlier load left and enter the reader's file checksum.
 FirmwareImage& WriterImage();
 FirmwareImage& ReaderImage();
 

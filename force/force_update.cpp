@@ -16,7 +16,6 @@ namespace calder {
 
 namespace {
 
-constexpr int32_t kRetryCount = 5;
 constexpr int kWriteAttempts = 3;
 constexpr unsigned kAfterDisableTouchMs = 50;
 constexpr unsigned kAfterWriterRunMs = 500;
@@ -32,7 +31,7 @@ class AbsentBridge : public BridgeLibrary {
   int btl_read_data(unsigned char*, int) override { return kBridgeUnavailable; }
   int btl_close_device() override { return kBridgeUnavailable; }
   int btl_uninstall_driver() override { return kBridgeUnavailable; }
-  std::string UnavailableReason() override { return "no HID bridge library is installed"; }
+  std::string BindError() const override { return "no HID bridge library is installed"; }
 };
 
 BridgeLibrary& InstalledBridge() {
@@ -44,6 +43,8 @@ BridgeLibrary& InstalledBridge() {
 bool CheckFlashContent(const std::string& path, IICWriteRead* channel) {
   ReadFirmwareContent reader;
   const double chip = reader.Run(path, channel);
+  // Kept as the field sees it: both sums as doubles in the stream's default
+  // format, so large ones print like 3.84e+06.
   LOG(INFO) << "checksum : " << chip << " filechecksum : " << reader.fileChecksum;
   if (chip == reader.fileChecksum) return true;
   LOG(INFO) << "checksum check failed!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!";
@@ -98,7 +99,7 @@ bool UpgradeForceFW() {
 
 bool UpdateForce(std::string targetVersion, std::string path) {
   BridgeLibrary& bridge = InstalledBridge();
-  IICWriteRead channel(&bridge, kRetryCount);
+  IICWriteRead channel(&bridge, kBridgeRetryCount);
   UpdateFw writer(std::move(targetVersion), &channel);
   bool result = false;
   bool checksumMatch = false;
@@ -111,7 +112,7 @@ bool UpdateForce(std::string targetVersion, std::string path) {
     LOG(INFO) << "init driver success";
   } else {
     LOG(INFO) << "init driver fail: " << code;
-    const std::string reason = bridge.UnavailableReason();
+    const std::string reason = bridge.BindError();
     if (!reason.empty()) LOG(ERROR) << reason;
   }
 
@@ -130,6 +131,7 @@ bool UpdateForce(std::string targetVersion, std::string path) {
 
   PostProgress(kProgressAfterForce);
   LOG(INFO) << "enable touch";
+  // Kept as the field sees it: " - " leads this failure line only.
   if (!channel.EnableTouch()) LOG(INFO) << " - enable touch fail";
 
   code = bridge.btl_close_device();
@@ -142,6 +144,7 @@ bool UpdateForce(std::string targetVersion, std::string path) {
   if (code == 0) {
     LOG(INFO) << "uninstall driver success";
   } else {
+    // Kept as the field sees it: no blank after this colon.
     LOG(INFO) << "uninstall driver fail:" << code;
   }
 

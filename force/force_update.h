@@ -1,8 +1,12 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace calder {
+
+// Extra attempts of each bridge write and read on the force phase's channel.
+constexpr int32_t kBridgeRetryCount = 5;
 
 // The force sensor's firmware upgrade from the "\Force" package.
 bool UpgradeForceFW();

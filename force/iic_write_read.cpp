@@ -82,6 +82,8 @@ bool IICWriteRead::ReadVersionBytes(uint8_t out[4]) {
     SleepMs(kAfterReadMs);
     if (result == 0 && AnyNonZero(out, 4)) return true;
   }
+  // Kept as the field sees it: an all-zero answer with a success code counts as
+  // read; the only reader that looks at the result code.
   return result == 0;
 }
 
@@ -123,7 +125,8 @@ bool IICWriteRead::DisableTouch() { return WriteTouchFrame(TouchFrame(true)); }
 bool IICWriteRead::EnableTouch() { return WriteTouchFrame(TouchFrame(false)); }
 
 bool IICWriteRead::WriteTouchFrame(const Frame& frame) {
-  // Its own retry policy, not retryCount, and regardless of deviceOpen.
+  // Kept as the field sees it: its own retry policy, not retryCount, and
+  // regardless of deviceOpen.
   Frame copy = frame;
   for (int attempt = 0; attempt < kTouchFrameAttempts; ++attempt) {
     if (bridge_->btl_write_data(copy.data(), static_cast<int>(copy.size())) == 0) return true;

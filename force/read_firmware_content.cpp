@@ -35,6 +35,7 @@ double ReadFirmwareContent::Run(std::string path, IICWriteRead* lent) {
     const ErrType result = ConnectCmd();
     if (result == ErrNone) break;
     SleepMs(kAfterFailedConnectMs);
+    // Kept as the field sees it: two blanks before the code.
     LOG(INFO) << "ReadFirmwareContent::Run ConnectCmd error:  " << result;
   }
   SleepMs(kBeforeReadBackMs);
@@ -69,15 +70,16 @@ ReadFirmwareContent::ErrType ReadFirmwareContent::ReadChecksum() {
   uint16_t offset = 0;
   uint32_t address = kApplicationStart;
   int32_t sum = 0;
-  // Whole chunks, so up to 39 bytes past the image are read and counted.
-  std::vector<uint8_t> reply(static_cast<size_t>(readSize) + kReadReplyHeaderLength, 0);
+  // Kept as the field sees it: whole chunks, so up to 39 bytes past the image
+  // are read and counted, and the sums may then differ.
+  std::vector<uint8_t> reply(kReadReplyHeaderLength + kReadChunkSize, 0);
   do {
     channel->SendPacket(kReadFlash, ReadFlashData(address));
     SleepMs(kAfterReadPacketMs);
     channel->ReadReply(reply.data(), static_cast<uint8_t>(reply.size()));
     for (size_t i = kReadReplyHeaderLength; i < reply.size(); ++i) sum += reply[i];
-    offset = static_cast<uint16_t>(offset + readSize);
-    address += static_cast<uint32_t>(readSize);
+    offset = static_cast<uint16_t>(offset + kReadChunkSize);
+    address += kReadChunkSize;
   } while (offset < image_->size);
   chipChecksum = static_cast<double>(sum);
   return ErrNone;

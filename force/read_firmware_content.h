@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 
+#include "force/boot_loader_packets.h"
 #include "force/firmware_image.h"
 
 namespace calder {
@@ -23,13 +24,16 @@ class ReadFirmwareContent {
 
   double Run(std::string path, IICWriteRead* channel);
   // Adds the file checksum to fileChecksum when the file loads.
+  // Kept as the field sees it: adds rather than sets, so a second Run would
+  // double it; the program runs each reader once.
   ErrType LoadFile(const std::string& path);
   ErrType ConnectCmd();
   ErrType ReadChecksum();
 
   std::string firmwarePath;
-  int32_t pageSize = 256;
-  int32_t readSize = 40;
+  int32_t pageSize = kPageSize;
+  // The read-back itself uses kReadChunkSize, as its request does.
+  int32_t readSize = kReadChunkSize;
   IICWriteRead* channel = nullptr;
   double chipChecksum = 0.0;
   double fileChecksum = 0.0;

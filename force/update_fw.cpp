@@ -88,7 +88,7 @@ UpdateFw::ErrType UpdateFw::ConnectCmd() {
 }
 
 void UpdateFw::EraseChip() {
-  // One sector more than the image's whole sectors, on purpose.
+  // Kept as the field sees it: one sector more than the image's whole sectors.
   const int sectors = image_->size / kSectorSize + 1;
   const int commands = sectors / kMaxSectorsPerErase + (sectors % kMaxSectorsPerErase != 0 ? 1 : 0);
   uint32_t address = kApplicationStart;
@@ -124,7 +124,8 @@ UpdateFw::ErrType UpdateFw::WriteFw() {
 
     uint8_t reply[kWriteReplyLength] = {};
     channel->ReadReply(reply, kWriteReplyLength);
-    // A rejected final block still counts as written: the offset has moved on.
+    // Kept as the field sees it: a rejected final block still counts as written,
+    // as the offset has moved on.
     if (!WriteReplyOk(reply)) return stopped;
 
     const int percent = offset * 100 / image_->size;
@@ -138,6 +139,7 @@ UpdateFw::ErrType UpdateFw::WriteFw() {
 }
 
 bool UpdateFw::UpgradeCheck(const std::string& version) {
+  // Kept as the field sees it: "form" for "from" in the log text.
   LOG(INFO) << "read force version form firmware : " << version;
   LOG(INFO) << "target force version : " << targetVersion;
   if (version == targetVersion) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 
+#include "force/boot_loader_packets.h"
 #include "force/firmware_image.h"
 
 namespace calder {
@@ -29,8 +30,9 @@ class UpdateFw {
   ErrType WriteFw();
   bool UpgradeCheck(const std::string& version);
 
-  int32_t pageSize = 256;
-  int32_t blockSize = 64;
+  int32_t pageSize = kPageSize;
+  // The write loop itself uses kWriteBlockSize, as its packet does.
+  int32_t blockSize = kWriteBlockSize;
   int32_t lastProgress = 0;
   IICWriteRead* channel;
   std::string targetVersion;

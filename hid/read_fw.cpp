@@ -75,7 +75,8 @@ std::string DottedVersion(unsigned a, unsigned b, unsigned c, unsigned d) {
   return text;
 }
 
-// Whole seconds, and only past T: a time-out of 3.0 gives up after 4 s.
+// Kept as the field sees it: whole seconds, and only past T, so a time-out of
+// 3.0 gives up after 4 s.
 bool TimedOut(Clock& clock, uint64_t startMs, double timeoutSeconds) {
   const uint64_t wholeSeconds = (clock.NowMs() - startMs) / 1000;
   return static_cast<double>(wholeSeconds) > timeoutSeconds;
@@ -104,8 +105,8 @@ void ReadFW::Init() {
 bool ReadFW::ReadTouchVersion(std::string& version, std::string& error) {
   version.clear();
   error.clear();
-  // The gate looks at the force collection although the traffic goes to the
-  // touch collection; callers rely on it as it is.
+  // Kept as the field sees it: the gate looks at the force collection although
+  // the traffic goes to the touch collection.
   if (!force.IsOpen()) {
     error = kOpenTouchFail;
     return false;
@@ -124,7 +125,8 @@ bool ReadFW::ReadTouchVersion(std::string& version, std::string& error) {
 bool ReadFW::ReadForceVersion(std::string& version, std::string& error) {
   version.clear();
   error.clear();
-  // Crossed the other way: the touch collection gates the force query.
+  // Kept as the field sees it: crossed the other way, the touch collection gates
+  // the force query.
   if (!touch.IsOpen()) {
     error = kOpenTouchFail;
     return false;
@@ -217,7 +219,8 @@ bool ReadFW::ReadCalibrateRaw(std::vector<uint16_t>& values, double timeoutSecon
       clock_.Sleep(kBadChecksumPollMs);
       continue;
     }
-    // A block that sums to zero is refused on purpose, an all-zero one included.
+    // Kept as the field sees it: a block that sums to zero is refused, an all-zero
+    // one included.
     if (expected != 0) return true;
   }
 }
@@ -238,6 +241,7 @@ bool ReadFW::ReadCalibrateData(std::string& text) {
     return false;
   }
   if (values.size() != kCalibrationValues) {
+    // Kept as the field sees it: a wrong count is reported, yet succeeds.
     text = kCalibrationSizeWrong;
     return true;
   }

@@ -18,9 +18,9 @@ class BridgeLibrary {
   virtual int btl_close_device() = 0;
   virtual int btl_uninstall_driver() = 0;
 
-  // Why the library cannot be used (missing DLL or entry point), or "" when
-  // it can. Asking may bind it.
-  virtual std::string UnavailableReason() { return ""; }
+  // Why the library could not be bound (missing DLL or entry point); empty
+  // while it is bound or untried.
+  virtual std::string BindError() const { return std::string(); }
 };
 
 // The library's file and the entry points bound from it, in binding order.
@@ -32,6 +32,8 @@ inline constexpr const char* kBridgeLibraryEntryPoints[] = {
     "btl_read_data",        "btl_close_device", "btl_uninstall_driver"};
 
 // Result of every call of a library that could not be bound.
+// Kept as the field sees it: -1, which the force phase logs as its driver
+// error code, where the upgrade library answers 126 or 127.
 constexpr int kBridgeUnavailable = -1;
 
 }  // namespace calder

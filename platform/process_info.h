@@ -1,9 +1,14 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
 namespace calder {
+
+// MAX_PATH, terminator included: the program's path buffers, which cut a
+// longer module path.
+constexpr size_t kPathBuffer = 260;
 
 struct LocalTime {
   int year = 0;

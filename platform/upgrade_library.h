@@ -9,6 +9,8 @@ struct btl_upgrade_config;
 
 // Results of every entry point when btl_upgrade.dll cannot be bound; the
 // values are Windows' own codes for the two cases.
+// Kept as the field sees it: the touchpad phase logs them as its init error
+// code, where the bridge answers -1.
 constexpr int32_t kUpgradeLibraryNotFound = 126;    // ERROR_MOD_NOT_FOUND
 constexpr int32_t kUpgradeEntryPointNotFound = 127;  // ERROR_PROC_NOT_FOUND
 

@@ -15,6 +15,8 @@ namespace calder {
 
 namespace {
 
+// Kept as the field sees it: the interpreter logs its "ERROR: " lines at INFO.
+
 constexpr int32_t kAlreadyLatest = 12;
 // The touchpad phase fills the first fifth of the overall progress scale.
 constexpr double kProgressShare = 0.2;
@@ -75,6 +77,8 @@ int VerifyUpgrade(UpgradeLibrary& library, const std::string& path) {
   uint32_t chipChecksum = 0;
   const int32_t rc = library.GetChecksum(&chipChecksum);
   if (rc == 0) {
+    // Kept as the field sees it: a blank before the colon on the console, none in
+    // the log.
     std::printf("Checksum inside : 0x%08X\n", chipChecksum);
     LOG(INFO) << "Checksum inside: " << chipChecksum;
   } else {
@@ -109,7 +113,7 @@ int RunUpgrade(UpgradeLibrary& library, const TPSettings& settings, const char* 
   }
   if (rc != 0) {
     std::printf("ERROR: Upgrade failed with error code: %d\n", rc);
-    // The unexpanded "%d" is part of the log text.
+    // Kept as the field sees it: the "%d" stays unexpanded in the log text.
     LOG(INFO) << "ERROR: Upgrade failed with error code: %d " << rc;
     return 1;
   }
@@ -194,6 +198,8 @@ void TPPrintUsage(const char* programName) {
   std::printf("  checksum               Get firmware checksum\n");
   std::printf("  check <bin_file>       Check if upgrade needed\n");
   std::printf("\nOptions:\n");
+  // Kept as the field sees it: the usage text advertises other defaults than the
+  // ones in force (TPSettings).
   std::printf("  --hw-id <id>           Hardware ID (default: ACPI\\BTLTP7853)\n");
   std::printf("  --chip-id <id>         Chip ID in hex (default: 42)\n");
   std::printf("  --no-boot              No boot in firmware\n");

@@ -9,6 +9,8 @@
 
 namespace calder {
 
+// Kept as the field sees it: the C prefix in this class name only; the
+// circle and the animation answer "CircleProgress" and "LottieUI".
 std::wstring CFirmProgressUI::GetClass() const { return L"CFirmProgressUI"; }
 
 void CFirmProgressUI::SetAttribute(const wchar_t* pstrName, const wchar_t* pstrValue) {

@@ -28,7 +28,8 @@ class LottiePlayer {
   // Drops what was loaded, then loads utf8_path sized for the DPI scale
   // (percent) read now. True when the animation has frames and should play.
   bool Load(const std::string& utf8_path, int scale_percent);
-  // Destroys the animation and clears the counters; the buffer stays.
+  // Destroys the animation and clears the counters.
+  // Kept as the field sees it: the buffer stays until the next Load.
   void Unload();
 
   // trunc(1000 / frame rate); a frame rate of 0 gives 0.

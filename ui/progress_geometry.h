@@ -7,8 +7,9 @@
 
 namespace calder {
 
-// The progress painters scale by P / 96 where P is the DPI scale in percent;
-// the divisor is 96, not 100, and the layout of the window is tuned to it.
+// The progress painters scale by P / 96 where P is the DPI scale in percent.
+// Kept as the field sees it: the divisor is 96, not 100; the window's layout
+// is tuned to it.
 float PainterScale(int scale_percent);
 
 // One corner of a rounded-rectangle path: an arc in the square (x, y, d, d).

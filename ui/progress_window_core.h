@@ -51,8 +51,9 @@ class ProgressWindowCore {
   ProgressWindowCore(const ProgressWindowCore&) = delete;
   ProgressWindowCore& operator=(const ProgressWindowCore&) = delete;
 
-  // Clamps for the bar only; the label shows the value as given, and exactly
-  // 100 swaps the upgrading row for the countdown row and starts the countdown.
+  // Clamps for the bar only, and exactly 100 swaps the upgrading row for the
+  // countdown row and starts the countdown.
+  // Kept as the field sees it: the label shows the value as given, unclamped.
   void SetProgress(int percent);
   void StartCountdown();
   void StopCountdown();

@@ -37,9 +37,9 @@ HWND FindGestureHelper() {
   return FindWindowExW(HWND_MESSAGE, nullptr, kGestureHelperClass, kGestureHelperName);
 }
 
-// Runs main on the worker, then reports 100 % and closes the window. The two
-// posts are back to back on purpose: the close cancels the restart countdown
-// that 100 % starts.
+// Runs main on the worker, then reports 100 % and closes the window.
+// Kept as the field sees it: the two posts are back to back, so the close
+// cancels the restart countdown that 100 % starts.
 int RunMainOnWorker() {
   timeBeginPeriod(1);
   const int rc = calder::main(__argc, __argv);

@@ -1,92 +1,72 @@
 #include "platform/win32/upgrade_library_win32.h"
 
-#include "platform/win32/library_loading.h"
-
 namespace calder {
 
 namespace {
 
-template <typename Fn>
-bool Resolve(HMODULE module, const char* name, Fn* slot) {
-  FARPROC proc = GetProcAddress(module, name);
-  *slot = reinterpret_cast<Fn>(reinterpret_cast<void*>(proc));
-  return proc != nullptr;
+void FillTable(EntryPointFinder& find, Win32UpgradeLibrary::Table* t) {
+  find(kUpgradeLibraryEntryPoints[kUpgradeInit], &t->init);
+  find(kUpgradeLibraryEntryPoints[kUpgradeFromFile], &t->upgradeFromFile);
+  find(kUpgradeLibraryEntryPoints[kGetChecksum], &t->getChecksum);
+  find(kUpgradeLibraryEntryPoints[kGetFirmwareVersion], &t->getFirmwareVersion);
+  find(kUpgradeLibraryEntryPoints[kGetChipId], &t->getChipId);
+  find(kUpgradeLibraryEntryPoints[kCheckNeedUpgrade], &t->checkNeedUpgrade);
+  find(kUpgradeLibraryEntryPoints[kUpgradeDeinit], &t->deinit);
 }
 
 }  // namespace
 
-Win32UpgradeLibrary::Win32UpgradeLibrary(const wchar_t* dllName) : dllName_(dllName) {}
+Win32UpgradeLibrary::Win32UpgradeLibrary(const wchar_t* dllName)
+    : binding_(dllName, LibraryFolder::kBesideExecutable, &FillTable) {}
 
-Win32UpgradeLibrary::~Win32UpgradeLibrary() {
-  if (module_ != nullptr) FreeLibrary(module_);
+int32_t Win32UpgradeLibrary::Unbound() const {
+  return binding_.failure() == BindFailure::kEntryPointMissing ? kUpgradeEntryPointNotFound
+                                                               : kUpgradeLibraryNotFound;
 }
 
-int32_t Win32UpgradeLibrary::Bind() {
-  if (tried_) return bindResult_;
-  tried_ = true;
-  module_ = LoadBesideExecutable(dllName_);
-  if (module_ == nullptr) {
-    bindError_ = LibraryFileName(dllName_) + " could not be loaded (error " +
-                 std::to_string(GetLastError()) + ")";
-    bindResult_ = kUpgradeLibraryNotFound;
-    return bindResult_;
+std::string Win32UpgradeLibrary::BindError() const {
+  // Kept as the field sees it: this library's load error in brackets,
+  // "(error 126)", where the bridge's line has ", error 126".
+  if (binding_.failure() == BindFailure::kLibraryNotLoaded) {
+    return binding_.FileName() + " could not be loaded (error " +
+           std::to_string(binding_.loadError()) + ")";
   }
-  Table table = {};
-  const char* missing = nullptr;
-  auto need = [&](const char* name, auto* slot) {
-    if (missing == nullptr && !Resolve(module_, name, slot)) missing = name;
-  };
-  need(kUpgradeLibraryEntryPoints[kUpgradeInit], &table.init);
-  need(kUpgradeLibraryEntryPoints[kUpgradeFromFile], &table.upgradeFromFile);
-  need(kUpgradeLibraryEntryPoints[kGetChecksum], &table.getChecksum);
-  need(kUpgradeLibraryEntryPoints[kGetFirmwareVersion], &table.getFirmwareVersion);
-  need(kUpgradeLibraryEntryPoints[kGetChipId], &table.getChipId);
-  need(kUpgradeLibraryEntryPoints[kCheckNeedUpgrade], &table.checkNeedUpgrade);
-  need(kUpgradeLibraryEntryPoints[kUpgradeDeinit], &table.deinit);
-  if (missing != nullptr) {
-    bindError_ = LibraryFileName(dllName_) + " has no entry point " + missing;
-    bindResult_ = kUpgradeEntryPointNotFound;
-    FreeLibrary(module_);
-    module_ = nullptr;
-    return bindResult_;
-  }
-  table_ = table;
-  bound_ = true;
-  return 0;
+  return binding_.Missing();
 }
 
 int32_t Win32UpgradeLibrary::Init(btl_upgrade_config* config) {
-  const int32_t rc = Bind();
-  return rc != 0 ? rc : table_.init(config);
+  const Table* t = binding_.Bind();
+  return t != nullptr ? t->init(config) : Unbound();
 }
 
 int32_t Win32UpgradeLibrary::UpgradeFromFile(const char* path) {
-  const int32_t rc = Bind();
-  return rc != 0 ? rc : table_.upgradeFromFile(path);
+  const Table* t = binding_.Bind();
+  return t != nullptr ? t->upgradeFromFile(path) : Unbound();
 }
 
 int32_t Win32UpgradeLibrary::GetChecksum(uint32_t* checksum) {
-  const int32_t rc = Bind();
-  return rc != 0 ? rc : table_.getChecksum(checksum);
+  const Table* t = binding_.Bind();
+  return t != nullptr ? t->getChecksum(checksum) : Unbound();
 }
 
 int32_t Win32UpgradeLibrary::GetFirmwareVersion(uint8_t* version) {
-  const int32_t rc = Bind();
-  return rc != 0 ? rc : table_.getFirmwareVersion(version);
+  const Table* t = binding_.Bind();
+  return t != nullptr ? t->getFirmwareVersion(version) : Unbound();
 }
 
 int32_t Win32UpgradeLibrary::GetChipId(uint8_t* chipId) {
-  const int32_t rc = Bind();
-  return rc != 0 ? rc : table_.getChipId(chipId);
+  const Table* t = binding_.Bind();
+  return t != nullptr ? t->getChipId(chipId) : Unbound();
 }
 
 int32_t Win32UpgradeLibrary::CheckNeedUpgrade(const char* path, uint32_t* needUpgrade) {
-  const int32_t rc = Bind();
-  return rc != 0 ? rc : table_.checkNeedUpgrade(path, needUpgrade);
+  const Table* t = binding_.Bind();
+  return t != nullptr ? t->checkNeedUpgrade(path, needUpgrade) : Unbound();
 }
 
 void Win32UpgradeLibrary::Deinit() {
-  if (bound_) table_.deinit();
+  // Closes what Init opened; never the call that loads the library.
+  if (binding_.bound()) binding_.Bind()->deinit();
 }
 
 UpgradeLibrary* Win32Upgrade() {

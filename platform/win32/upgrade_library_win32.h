@@ -1,10 +1,9 @@
 #pragma once
 
-#include <windows.h>
-
 #include <string>
 
 #include "platform/upgrade_library.h"
+#include "platform/win32/library_binding.h"
 
 namespace calder {
 
@@ -15,7 +14,6 @@ namespace calder {
 class Win32UpgradeLibrary : public UpgradeLibrary {
  public:
   explicit Win32UpgradeLibrary(const wchar_t* dllName = kUpgradeLibraryFile);
-  ~Win32UpgradeLibrary() override;
 
   int32_t Init(btl_upgrade_config* config) override;
   int32_t UpgradeFromFile(const char* path) override;
@@ -24,9 +22,8 @@ class Win32UpgradeLibrary : public UpgradeLibrary {
   int32_t GetChipId(uint8_t* chipId) override;
   int32_t CheckNeedUpgrade(const char* path, uint32_t* needUpgrade) override;
   void Deinit() override;
-  std::string BindError() const override { return bindError_; }
+  std::string BindError() const override;
 
- private:
   struct Table {
     int32_t (*init)(btl_upgrade_config*);
     int32_t (*upgradeFromFile)(const char*);
@@ -37,16 +34,11 @@ class Win32UpgradeLibrary : public UpgradeLibrary {
     void (*deinit)();
   };
 
-  // 0 when bound, else the result every call returns.
-  int32_t Bind();
+ private:
+  // What every call returns while the library is not bound.
+  int32_t Unbound() const;
 
-  std::wstring dllName_;
-  HMODULE module_ = nullptr;
-  Table table_ = {};
-  bool bound_ = false;
-  int32_t bindResult_ = 0;
-  bool tried_ = false;
-  std::string bindError_;
+  LibraryBinding<Table> binding_;
 };
 
 // The process's one binding of btl_upgrade.dll.

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "platform/bridge_library.h"
+#include "platform/win32/library_binding.h"
 
 namespace calder {
 
@@ -13,9 +14,6 @@ class Win32BridgeLibrary : public BridgeLibrary {
  public:
   // Tests point it at another file or path; the program uses the vendor's name.
   explicit Win32BridgeLibrary(std::wstring dllName = kBridgeLibraryFile);
-  ~Win32BridgeLibrary() override;
-  Win32BridgeLibrary(const Win32BridgeLibrary&) = delete;
-  Win32BridgeLibrary& operator=(const Win32BridgeLibrary&) = delete;
 
   int btl_init_driver_7853() override;
   int btl_open_device() override;
@@ -23,17 +21,20 @@ class Win32BridgeLibrary : public BridgeLibrary {
   int btl_read_data(unsigned char* buffer, int length) override;
   int btl_close_device() override;
   int btl_uninstall_driver() override;
-  std::string UnavailableReason() override;
+  std::string BindError() const override { return binding_.Missing(); }
+
+  // The vendor's exports, as C functions with the default calling convention.
+  struct Table {
+    int (*init_driver_7853)();
+    int (*open_device)();
+    int (*write_data)(unsigned char*, int);
+    int (*read_data)(unsigned char*, int);
+    int (*close_device)();
+    int (*uninstall_driver)();
+  };
 
  private:
-  struct Table;
-  const Table* Bound();
-
-  std::wstring dllName_;
-  bool tried_ = false;
-  void* module_ = nullptr;
-  Table* table_ = nullptr;
-  std::string reason_;
+  LibraryBinding<Table> binding_;
 };
 
 // The process's one instance, bound to the vendor's DLL name.

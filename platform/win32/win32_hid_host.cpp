@@ -7,56 +7,54 @@
 #include <cstdlib>
 #include <cwchar>
 
-#include "platform/win32/library_loading.h"
+#include "platform/win32/library_binding.h"
 
 namespace calder {
 namespace {
 
-// Both DLLs through one typed table, bound all or nothing.
-struct HidApi {
-  decltype(&::HidD_GetHidGuid) GetHidGuid = nullptr;
-  decltype(&::HidD_GetAttributes) GetAttributes = nullptr;
-  decltype(&::HidD_SetOutputReport) SetOutputReport = nullptr;
-  decltype(&::HidD_GetInputReport) GetInputReport = nullptr;
-  decltype(&::SetupDiGetClassDevsW) GetClassDevs = nullptr;
-  decltype(&::SetupDiEnumDeviceInterfaces) EnumDeviceInterfaces = nullptr;
-  decltype(&::SetupDiGetDeviceInterfaceDetailW) GetDeviceInterfaceDetail = nullptr;
-  decltype(&::SetupDiGetDeviceRegistryPropertyW) GetDeviceRegistryProperty = nullptr;
-  decltype(&::SetupDiDestroyDeviceInfoList) DestroyDeviceInfoList = nullptr;
+// hid.dll and setupapi.dll from the system folder, one typed table each.
+struct HidTable {
+  decltype(&::HidD_GetHidGuid) GetHidGuid;
+  decltype(&::HidD_GetAttributes) GetAttributes;
+  decltype(&::HidD_SetOutputReport) SetOutputReport;
+  decltype(&::HidD_GetInputReport) GetInputReport;
 };
 
-template <typename Fn>
-bool Bind(HMODULE module, const char* name, Fn* fn) {
-  *fn = reinterpret_cast<Fn>(reinterpret_cast<void*>(GetProcAddress(module, name)));
-  return *fn != nullptr;
+struct SetupTable {
+  decltype(&::SetupDiGetClassDevsW) GetClassDevs;
+  decltype(&::SetupDiEnumDeviceInterfaces) EnumDeviceInterfaces;
+  decltype(&::SetupDiGetDeviceInterfaceDetailW) GetDeviceInterfaceDetail;
+  decltype(&::SetupDiGetDeviceRegistryPropertyW) GetDeviceRegistryProperty;
+  decltype(&::SetupDiDestroyDeviceInfoList) DestroyDeviceInfoList;
+};
+
+void FillHid(EntryPointFinder& find, HidTable* t) {
+  find("HidD_GetHidGuid", &t->GetHidGuid);
+  find("HidD_GetAttributes", &t->GetAttributes);
+  find("HidD_SetOutputReport", &t->SetOutputReport);
+  find("HidD_GetInputReport", &t->GetInputReport);
 }
 
-const HidApi* LoadHidApi() {
-  HMODULE hid = LoadSystemLibrary(L"hid.dll");
-  HMODULE setup = LoadSystemLibrary(L"setupapi.dll");
-  HidApi api;
-  const bool bound =
-      hid != nullptr && setup != nullptr && Bind(hid, "HidD_GetHidGuid", &api.GetHidGuid) &&
-      Bind(hid, "HidD_GetAttributes", &api.GetAttributes) &&
-      Bind(hid, "HidD_SetOutputReport", &api.SetOutputReport) &&
-      Bind(hid, "HidD_GetInputReport", &api.GetInputReport) &&
-      Bind(setup, "SetupDiGetClassDevsW", &api.GetClassDevs) &&
-      Bind(setup, "SetupDiEnumDeviceInterfaces", &api.EnumDeviceInterfaces) &&
-      Bind(setup, "SetupDiGetDeviceInterfaceDetailW", &api.GetDeviceInterfaceDetail) &&
-      Bind(setup, "SetupDiGetDeviceRegistryPropertyW", &api.GetDeviceRegistryProperty) &&
-      Bind(setup, "SetupDiDestroyDeviceInfoList", &api.DestroyDeviceInfoList);
-  if (!bound) {
-    if (hid != nullptr) FreeLibrary(hid);
-    if (setup != nullptr) FreeLibrary(setup);
-    return nullptr;
-  }
-  static const HidApi loaded = api;
-  return &loaded;
+void FillSetup(EntryPointFinder& find, SetupTable* t) {
+  find("SetupDiGetClassDevsW", &t->GetClassDevs);
+  find("SetupDiEnumDeviceInterfaces", &t->EnumDeviceInterfaces);
+  find("SetupDiGetDeviceInterfaceDetailW", &t->GetDeviceInterfaceDetail);
+  find("SetupDiGetDeviceRegistryPropertyW", &t->GetDeviceRegistryProperty);
+  find("SetupDiDestroyDeviceInfoList", &t->DestroyDeviceInfoList);
 }
+
+// Both tables, or null: without either library the machine shows no HID
+// devices.
+struct HidApi {
+  const HidTable* hid;
+  const SetupTable* setup;
+};
 
 const HidApi* Api() {
-  static const HidApi* api = LoadHidApi();
-  return api;
+  static LibraryBinding<HidTable> hid(L"hid.dll", LibraryFolder::kSystem, &FillHid);
+  static LibraryBinding<SetupTable> setup(L"setupapi.dll", LibraryFolder::kSystem, &FillSetup);
+  static const HidApi api{hid.Bind(), setup.Bind()};
+  return api.hid != nullptr && api.setup != nullptr ? &api : nullptr;
 }
 
 const wchar_t* Wide(const std::u16string& text) {
@@ -71,10 +69,9 @@ void ReadInterfaceName(const HidApi& api, HDEVINFO info, SP_DEVINFO_DATA* device
                        const wchar_t* path) {
   wchar_t name[256] = {};  // 512 bytes
   BYTE* buffer = reinterpret_cast<BYTE*>(name);
-  if (api.GetDeviceRegistryProperty(info, device, SPDRP_FRIENDLYNAME, nullptr, buffer,
-                                    sizeof name, nullptr) ||
-      api.GetDeviceRegistryProperty(info, device, SPDRP_DEVICEDESC, nullptr, buffer, sizeof name,
-                                    nullptr)) {
+  const auto property = api.setup->GetDeviceRegistryProperty;
+  if (property(info, device, SPDRP_FRIENDLYNAME, nullptr, buffer, sizeof name, nullptr) ||
+      property(info, device, SPDRP_DEVICEDESC, nullptr, buffer, sizeof name, nullptr)) {
     return;
   }
   std::wcsncpy(name, path, 255);
@@ -87,17 +84,17 @@ std::vector<std::u16string> Win32HidHost::InterfacePaths() {
   const HidApi* api = Api();
   if (api == nullptr) return paths;
   GUID hidGuid;
-  api->GetHidGuid(&hidGuid);
+  api->hid->GetHidGuid(&hidGuid);
   HDEVINFO info =
-      api->GetClassDevs(&hidGuid, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
+      api->setup->GetClassDevs(&hidGuid, nullptr, nullptr, DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
   if (info == INVALID_HANDLE_VALUE) return paths;
 
   SP_DEVICE_INTERFACE_DATA iface = {};
   iface.cbSize = sizeof iface;
-  for (DWORD index = 0; api->EnumDeviceInterfaces(info, nullptr, &hidGuid, index, &iface);
+  for (DWORD index = 0; api->setup->EnumDeviceInterfaces(info, nullptr, &hidGuid, index, &iface);
        ++index) {
     DWORD required = 0;
-    api->GetDeviceInterfaceDetail(info, &iface, nullptr, 0, &required, nullptr);
+    api->setup->GetDeviceInterfaceDetail(info, &iface, nullptr, 0, &required, nullptr);
     // A size that cannot hold the header, or no memory: skip the interface.
     if (required < sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W)) continue;
     auto* detail = static_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(std::calloc(1, required));
@@ -105,13 +102,13 @@ std::vector<std::u16string> Win32HidHost::InterfacePaths() {
     detail->cbSize = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W);
     SP_DEVINFO_DATA device = {};
     device.cbSize = sizeof device;
-    if (api->GetDeviceInterfaceDetail(info, &iface, detail, required, nullptr, &device)) {
+    if (api->setup->GetDeviceInterfaceDetail(info, &iface, detail, required, nullptr, &device)) {
       ReadInterfaceName(*api, info, &device, detail->DevicePath);
       paths.push_back(reinterpret_cast<const char16_t*>(detail->DevicePath));
     }
     std::free(detail);
   }
-  api->DestroyDeviceInfoList(info);
+  api->setup->DestroyDeviceInfoList(info);
   return paths;
 }
 
@@ -122,7 +119,7 @@ bool Win32HidHost::ProbeAttributes(const std::u16string& path, HidAttributes* at
   if (file == INVALID_HANDLE_VALUE) return false;
   HIDD_ATTRIBUTES found = {};
   found.Size = sizeof found;
-  const bool ok = api->GetAttributes(file, &found) != FALSE;
+  const bool ok = api->hid->GetAttributes(file, &found) != FALSE;
   CloseHandle(file);
   if (!ok) return false;
   attributes->vendorId = found.VendorID;
@@ -139,13 +136,13 @@ bool Win32HidHost::Close(HidHandle handle) { return CloseHandle(handle) != FALSE
 
 bool Win32HidHost::SetOutputReport(HidHandle handle, const uint8_t* report, size_t size) {
   const HidApi* api = Api();
-  return api != nullptr &&
-         api->SetOutputReport(handle, const_cast<uint8_t*>(report), static_cast<ULONG>(size));
+  return api != nullptr && api->hid->SetOutputReport(handle, const_cast<uint8_t*>(report),
+                                                     static_cast<ULONG>(size));
 }
 
 bool Win32HidHost::GetInputReport(HidHandle handle, uint8_t* report, size_t size) {
   const HidApi* api = Api();
-  return api != nullptr && api->GetInputReport(handle, report, static_cast<ULONG>(size));
+  return api != nullptr && api->hid->GetInputReport(handle, report, static_cast<ULONG>(size));
 }
 
 HidHost* Win32Hid() {

@@ -9,7 +9,7 @@
 #include "platform/win32/win32_bridge_library.h"
 #include "platform/win32/win32_hid_host.h"
 #include "platform/win32/upgrade_library_win32.h"
-#include "bios/win32/wmi_com_connector.h"
+#include "platform/win32/wmi_com_connector.h"
 
 HWND g_hProgressWnd = nullptr;
 bool g_bProgressWindowActive = false;

@@ -27,7 +27,7 @@ TEST_P(UnboundBridge, FailsEveryCallWithItsReason) {
   EXPECT_EQ(bridge.btl_read_data(buffer, 4), kBridgeUnavailable);
   EXPECT_EQ(bridge.btl_close_device(), kBridgeUnavailable);
   EXPECT_EQ(bridge.btl_uninstall_driver(), kBridgeUnavailable);
-  EXPECT_EQ(bridge.UnavailableReason(), GetParam().reason);
+  EXPECT_EQ(bridge.BindError(), GetParam().reason);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -53,7 +53,7 @@ TEST(Win32BridgeLibrary, StandInIsBoundAndAnswersThroughTheTable) {
   std::wstring folder(exe);
   folder.resize(folder.find_last_of(L"\\/"));
   Win32BridgeLibrary bridge(folder + L"\\stand-ins\\btl_hid_transfer.dll");
-  EXPECT_EQ(bridge.UnavailableReason(), "");
+  EXPECT_EQ(bridge.BindError(), "");
   EXPECT_EQ(bridge.btl_init_driver_7853(), 0);
   EXPECT_EQ(bridge.btl_open_device(), 0);
   Frame select(kVersionSelectFrame, kVersionSelectFrame + sizeof kVersionSelectFrame);

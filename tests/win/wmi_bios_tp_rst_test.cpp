@@ -9,7 +9,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "bios/win32/wmi_com_connector.h"
+#include "platform/win32/wmi_com_connector.h"
 #include "bios/wmi_bios_tp_rst.h"
 
 namespace calder {

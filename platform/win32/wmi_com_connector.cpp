@@ -1,4 +1,4 @@
-#include "bios/win32/wmi_com_connector.h"
+#include "platform/win32/wmi_com_connector.h"
 
 #include <oleauto.h>
 #include <wbemidl.h>
