@@ -9,6 +9,8 @@ namespace calder::sim {
 
 namespace {
 
+// The sensor's own copy of the protocol's numbers, written apart from force/
+// on purpose: a wrong number there shows up as a violation here.
 constexpr int kCommandHeader = 9;
 constexpr int kTouchFrameLength = 40;
 constexpr uint8_t kStatusOk = 0x00;

@@ -8,6 +8,8 @@
 namespace calder::sim {
 namespace {
 
+// The device's own copy of the report protocol, apart from hid/ on purpose:
+// a wrong number there shows up as a violation here.
 constexpr uint8_t kTouchReportId = 0x0E;
 constexpr uint8_t kForceReportId = 0x0D;
 constexpr uint8_t kCommandLength = 9;

@@ -8,7 +8,8 @@
 namespace calder::sim {
 namespace {
 
-// The option words the library is built for.
+// The option words the library is built for; its own copy, apart from
+// touchpad/ on purpose, so a wrong record shows up as a violation.
 constexpr int32_t kOptionWords[3] = {0, 1, 0};
 
 // Breaking the library's calling order or handing it a record it would

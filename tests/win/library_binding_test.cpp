@@ -2,62 +2,42 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-
 #include "platform/win32/library_binding.h"
+#include "tests/win/stand_in_path.h"
 
 namespace calder {
 namespace {
 
-struct TwoEntries {
+struct Entries {
   int32_t (*init)(void*);
-  void (*second)();
+  void (*deinit)();
 };
 
 int g_fills = 0;
+const char* g_second = nullptr;
 
-void FillWithAbsentSecond(EntryPointFinder& find, TwoEntries* t) {
+void Fill(EntryPointFinder& find, Entries* t) {
   ++g_fills;
   find("btl_upgrade_init", &t->init);
-  find("btl_no_such_entry", &t->second);
-  find("btl_upgrade_deinit", &t->second);
-}
-
-void FillWithBoth(EntryPointFinder& find, TwoEntries* t) {
-  find("btl_upgrade_init", &t->init);
-  find("btl_upgrade_deinit", &t->second);
-}
-
-// A library nothing else in this process holds: the stand-in upgrade DLL
-// built into sim\btl_upgrade beside this test program.
-std::wstring StandIn() {
-  wchar_t exe[MAX_PATH] = {};
-  GetModuleFileNameW(nullptr, exe, MAX_PATH);
-  std::wstring path(exe);
-  path.resize(path.find_last_of(L"\\/"));
-  return path + L"\\sim\\btl_upgrade\\btl_upgrade.dll";
+  find(g_second, &t->deinit);
 }
 
 TEST(LibraryBinding, BindsEveryEntryPointOrNoneOnceAndReleasesALibraryThatLacksOne) {
-  const std::wstring path = StandIn();
-  ASSERT_EQ(GetModuleHandleW(path.c_str()), nullptr);
+  // A library that nothing else in this process holds.
+  const std::wstring path = StandInPath(L"sim\\btl_upgrade\\btl_upgrade.dll");
 
-  LibraryBinding<TwoEntries> partial(path, LibraryFolder::kBesideExecutable,
-                                     &FillWithAbsentSecond);
+  g_second = "btl_no_such_entry";
+  LibraryBinding<Entries> partial(path, LibraryFolder::kBesideExecutable, &Fill);
   EXPECT_EQ(partial.Bind(), nullptr);
   EXPECT_EQ(partial.Bind(), nullptr);
   EXPECT_EQ(g_fills, 1);
-  EXPECT_EQ(partial.failure(), BindFailure::kEntryPointMissing);
   EXPECT_EQ(partial.Missing(), "btl_upgrade.dll has no entry point btl_no_such_entry");
   EXPECT_EQ(GetModuleHandleW(path.c_str()), nullptr);
 
-  LibraryBinding<TwoEntries> whole(path, LibraryFolder::kBesideExecutable, &FillWithBoth);
-  const TwoEntries* table = whole.Bind();
-  ASSERT_NE(table, nullptr);
-  EXPECT_NE(table->init, nullptr);
-  EXPECT_NE(table->second, nullptr);
-  EXPECT_EQ(whole.failure(), BindFailure::kNone);
-  EXPECT_EQ(whole.Missing(), "");
+  g_second = "btl_upgrade_deinit";
+  LibraryBinding<Entries> whole(path, LibraryFolder::kBesideExecutable, &Fill);
+  ASSERT_NE(whole.Bind(), nullptr);
+  EXPECT_NE(whole.Bind()->deinit, nullptr);
   EXPECT_NE(GetModuleHandleW(path.c_str()), nullptr);
 }
 
