@@ -52,8 +52,7 @@ class WmiCallResources {
   WmiConnector& wmi_;
 };
 
-// Logs a failed step with its signed code.
-// Kept as the field sees it: every failure at INFO, none at ERROR.
+// Kept as the field sees it: a failed step logs its signed code at INFO.
 bool Failed(int32_t hr, const char* message) {
   if (hr >= 0) return false;
   LOG(INFO) << message << hr;
@@ -89,9 +88,8 @@ bool WMIBiosTPReset(WmiConnector& wmi) {
     return false;
   }
   if (Failed(Obtain(&held.locator, [&](WmiObject* o) { return wmi.CreateLocator(o); }),
-             // Kept as the field sees it: "Err code", not "Error code", here.
              "Failed to create IWbemLocator object. Err code = ")) {
-    return false;
+    return false;  // Kept as the field sees it: "Err code", not "Error code".
   }
   if (Failed(Obtain(&held.services,
                     [&](WmiObject* o) { return wmi.ConnectServer(held.locator, kNamespace, o); }),

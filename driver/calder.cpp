@@ -124,9 +124,7 @@ int RunVersionReport() {
   LOG(INFO) << "tp version : " << tpVersion << " force version : " << forceVersion;
   std::cout << "compound version:" << tpVersion << "." << forceVersion << std::endl;
   reader->CloseHandles();
-  // Kept as the field sees it: the release closes both handles a second
-  // time, which fails without effect.
-  reader.reset();
+  reader.reset();  // Kept as the field sees it: closes both handles again, harmlessly.
   LOG(INFO) << kFinishLine;
   return 0;
 }

@@ -31,6 +31,7 @@ TrustVerdict CheckChain(const std::string& folder) {
   return CheckFolderChain(*Env().files, kTrustRoot, folder);
 }
 
+// One ERROR line per refusal: what, the refused path and why.
 void LogRefusal(const char* what, const TrustVerdict& verdict) {
   LOG(ERROR) << what << " refused: " << verdict.path << " " << verdict.reason;
 }

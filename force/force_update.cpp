@@ -43,8 +43,7 @@ BridgeLibrary& InstalledBridge() {
 bool CheckFlashContent(const std::string& path, IICWriteRead* channel) {
   ReadFirmwareContent reader;
   const double chip = reader.Run(path, channel);
-  // Kept as the field sees it: both sums as doubles in the stream's default
-  // format, so large ones print like 3.84e+06.
+  // Kept as the field sees it: both sums print as doubles, large ones like 3.84e+06.
   LOG(INFO) << "checksum : " << chip << " filechecksum : " << reader.fileChecksum;
   if (chip == reader.fileChecksum) return true;
   LOG(INFO) << "checksum check failed!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!";
@@ -130,8 +129,7 @@ bool UpdateForce(std::string targetVersion, std::string path) {
   }
 
   PostProgress(kProgressAfterForce);
-  LOG(INFO) << "enable touch";
-  // Kept as the field sees it: " - " leads this failure line only.
+  LOG(INFO) << "enable touch";  // Kept as the field sees it: " - " leads its failure line.
   if (!channel.EnableTouch()) LOG(INFO) << " - enable touch fail";
 
   code = bridge.btl_close_device();
@@ -143,8 +141,7 @@ bool UpdateForce(std::string targetVersion, std::string path) {
   code = bridge.btl_uninstall_driver();
   if (code == 0) {
     LOG(INFO) << "uninstall driver success";
-  } else {
-    // Kept as the field sees it: no blank after this colon.
+  } else {  // Kept as the field sees it: no blank after the colon below.
     LOG(INFO) << "uninstall driver fail:" << code;
   }
 

@@ -34,8 +34,7 @@ double ReadFirmwareContent::Run(std::string path, IICWriteRead* lent) {
     channel->HoldInBootLoader();
     const ErrType result = ConnectCmd();
     if (result == ErrNone) break;
-    SleepMs(kAfterFailedConnectMs);
-    // Kept as the field sees it: two blanks before the code.
+    SleepMs(kAfterFailedConnectMs);  // Kept as the field sees it: two blanks before the code below.
     LOG(INFO) << "ReadFirmwareContent::Run ConnectCmd error:  " << result;
   }
   SleepMs(kBeforeReadBackMs);

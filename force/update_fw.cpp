@@ -124,8 +124,7 @@ UpdateFw::ErrType UpdateFw::WriteFw() {
 
     uint8_t reply[kWriteReplyLength] = {};
     channel->ReadReply(reply, kWriteReplyLength);
-    // Kept as the field sees it: a rejected final block still counts as written,
-    // as the offset has moved on.
+    // Kept as the field sees it: a rejected final block still counts as written.
     if (!WriteReplyOk(reply)) return stopped;
 
     const int percent = offset * 100 / image_->size;
@@ -137,9 +136,8 @@ UpdateFw::ErrType UpdateFw::WriteFw() {
   } while (offset < image_->size);
   return ErrNone;
 }
-
+// Kept as the field sees it: "form" for "from" in the first log text.
 bool UpdateFw::UpgradeCheck(const std::string& version) {
-  // Kept as the field sees it: "form" for "from" in the log text.
   LOG(INFO) << "read force version form firmware : " << version;
   LOG(INFO) << "target force version : " << targetVersion;
   if (version == targetVersion) {

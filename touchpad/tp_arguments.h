@@ -5,8 +5,9 @@
 
 namespace calder {
 
-// The interpreter's settings after the options; the defaults are the ones in
-// force, not the ones the usage text advertises.
+// The interpreter's settings after the options.
+// Kept as the field sees it: these defaults are in force, not the ones the
+// usage text advertises (ACPI\BTLTP7853 and 42).
 struct TPSettings {
   std::string hwId = "ACPI\\BLTP7853";
   uint8_t chipId = 0x41;

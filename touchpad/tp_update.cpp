@@ -15,8 +15,6 @@ namespace calder {
 
 namespace {
 
-// Kept as the field sees it: the interpreter logs its "ERROR: " lines at INFO.
-
 constexpr int32_t kAlreadyLatest = 12;
 // The touchpad phase fills the first fifth of the overall progress scale.
 constexpr double kProgressShare = 0.2;
@@ -76,9 +74,7 @@ int VerifyUpgrade(UpgradeLibrary& library, const std::string& path) {
   int result = 0;
   uint32_t chipChecksum = 0;
   const int32_t rc = library.GetChecksum(&chipChecksum);
-  if (rc == 0) {
-    // Kept as the field sees it: a blank before the colon on the console, none in
-    // the log.
+  if (rc == 0) {  // Kept as the field sees it: "inside :" on the console, "inside:" logged.
     std::printf("Checksum inside : 0x%08X\n", chipChecksum);
     LOG(INFO) << "Checksum inside: " << chipChecksum;
   } else {
@@ -198,8 +194,6 @@ void TPPrintUsage(const char* programName) {
   std::printf("  checksum               Get firmware checksum\n");
   std::printf("  check <bin_file>       Check if upgrade needed\n");
   std::printf("\nOptions:\n");
-  // Kept as the field sees it: the usage text advertises other defaults than the
-  // ones in force (TPSettings).
   std::printf("  --hw-id <id>           Hardware ID (default: ACPI\\BTLTP7853)\n");
   std::printf("  --chip-id <id>         Chip ID in hex (default: 42)\n");
   std::printf("  --no-boot              No boot in firmware\n");
@@ -232,7 +226,7 @@ int TPMain(int argc, char* argv[]) {
     const std::string why = library.BindError();
     if (!why.empty()) {
       std::printf("ERROR: %s\n", why.c_str());
-      LOG(INFO) << "ERROR: " << why;
+      LOG(INFO) << "ERROR: " << why;  // Kept as the field sees it: "ERROR: " at INFO.
     }
     std::printf("ERROR: Init failed with error code: %d\n", rc);
     LOG(INFO) << "ERROR: Init failed with error code: " << rc;
