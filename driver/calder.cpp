@@ -26,7 +26,7 @@ const char kFinishLine[] = "finish---------------------------------------";
 namespace {
 
 constexpr unsigned kPauseAfterBiosResetMs = 3000;
-constexpr int kProgressAfterTouchpad = 20;
+constexpr int kProgressAfterTouchpad = kTouchpadProgressEnd;
 
 long InitializeCom() {
   return Env().com != nullptr ? Env().com->InitializeMultithreaded() : 0;

@@ -23,7 +23,7 @@ constexpr unsigned kAfterRunApplicationMs = 10;
 constexpr unsigned kApplicationStartupMs = 500;
 constexpr uint32_t kEraseCommandSpan = kMaxSectorsPerErase * kSectorSize;
 // The force write owns 20 to 80 of the window's scale.
-constexpr int kProgressBase = 20;
+constexpr int kProgressBase = kTouchpadProgressEnd;
 constexpr int kProgressStep = 10;
 
 }  // namespace

@@ -17,7 +17,7 @@ namespace {
 
 constexpr int32_t kAlreadyLatest = 12;
 // The touchpad phase fills the first fifth of the overall progress scale.
-constexpr double kProgressShare = 0.2;
+constexpr double kProgressShare = kTouchpadProgressEnd / 100.0;
 const char* const kLogLevelNames[] = {"INFO", "WARN", "ERROR"};
 
 const char* OrEmpty(const char* text) { return text != nullptr ? text : ""; }
