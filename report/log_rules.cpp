@@ -1,0 +1,148 @@
+#include "report/log_rules.h"
+
+#include <cstring>
+#include <iterator>
+
+#include "driver/log_texts.h"
+
+namespace calder::report {
+
+namespace {
+
+enum class Match { kExact, kPrefix };
+
+constexpr char kDriver[] = "calder.cpp";
+constexpr char kTouchpad[] = "tp_update.cpp";
+constexpr char kForce[] = "force_update.cpp";
+constexpr char kWriter[] = "update_fw.cpp";
+
+struct LinePattern {
+  Pattern id;
+  const char* text;
+  Match match;
+  const char* file;  // null: any source file
+  bool error;        // only at ERROR level
+};
+
+// The texts as calder.exe logs them, quirks included.
+const LinePattern kPatterns[] = {
+    {kCurrentVersion, kCurrentVersionLine, Match::kPrefix, nullptr, false},
+    {kHelperNotified, kHelperNotifiedLine, Match::kExact, nullptr, false},
+    {kHelperMissing, kHelperMissingLine, Match::kExact, nullptr, false},
+    {kMainReturned, kMainReturnedLine, Match::kPrefix, nullptr, false},
+    {kFinish, kFinishLine, Match::kExact, kDriver, false},
+    {kInvalidInput, "invalid input", Match::kExact, kDriver, false},
+    {kComFailed, "CoInitializeEx failed: ", Match::kPrefix, kDriver, false},
+    {kStartTouchpad, "---start tp update---", Match::kExact, kDriver, false},
+    {kTpInitializing, "Initializing...", Match::kExact, kTouchpad, false},
+    {kTpError, "ERROR: ", Match::kPrefix, kTouchpad, false},
+    {kTpInitFailed, "ERROR: Init failed with error code: ", Match::kPrefix, kTouchpad, false},
+    {kTpNoFile, "Upgrading from:", Match::kExact, kTouchpad, false},
+    {kTpFileEmpty, "file size == 0,exit", Match::kExact, kTouchpad, false},
+    {kTpFileShort, "file read incomplete,exit", Match::kExact, kTouchpad, false},
+    {kTpUpgraded, "SUCCESS: Upgrade completed successfully!", Match::kExact, kTouchpad, false},
+    {kTpFailed, "tp update failed", Match::kExact, kDriver, false},
+    {kTpUpgradeFailed, "ERROR: Upgrade failed with error code: ", Match::kPrefix, kTouchpad,
+     false},
+    {kTpGetChecksumFailed, "ERROR: Get checksum failed: ", Match::kPrefix, kTouchpad, false},
+    {kTpChecksumFailed, "Upgrade checksum failed!", Match::kExact, kTouchpad, false},
+    {kTpOver, "---tp update over---", Match::kExact, kDriver, false},
+    {kStartForce, "---start force update---", Match::kExact, kDriver, false},
+    {kForceCurrent, "current force version: ", Match::kPrefix, kForce, false},
+    {kInitDriverFail, "init driver fail: ", Match::kPrefix, kForce, false},
+    {kForceError, "", Match::kPrefix, kForce, true},
+    {kOpenFail, "Open device fail: ", Match::kPrefix, kForce, false},
+    {kWriterStart, "upgrading: writing to chip", Match::kExact, kWriter, false},
+    {kLoadFileFailed, "LoadFile failed", Match::kExact, kWriter, false},
+    {kConnectError, "jump Uboot connect error : ", Match::kPrefix, kWriter, false},
+    {kWriteError, "write flash data Error ", Match::kPrefix, kWriter, false},
+    {kProgress, "progress: ", Match::kPrefix, kWriter, false},
+    {kWriteFinished, "upgrade finish ret = ", Match::kPrefix, kWriter, false},
+    {kReadVersion, "read force version form firmware : ", Match::kPrefix, kWriter, false},
+    {kTargetVersion, "target force version : ", Match::kPrefix, kWriter, false},
+    {kUpgradeSuccess, "upgrade success", Match::kExact, kWriter, false},
+    {kUpgradeFailed, "upgrade failed", Match::kExact, kWriter, false},
+    {kChecksumFailed, "checksum check failed!", Match::kPrefix, kForce, false},
+    {kForceCalidata, "calidata: ", Match::kPrefix, kForce, false},
+    {kForceOk, "force update success", Match::kExact, kDriver, false},
+    {kForceFailed, "force update failed", Match::kExact, kDriver, false},
+    {kVersionCalidata, "calidata: ", Match::kPrefix, kDriver, false},
+    {kTpVersion, "tp version : ", Match::kPrefix, kDriver, false},
+    {kVersionError, "err: ", Match::kPrefix, kDriver, true},
+    {kVersionErrorEmpty, "", Match::kExact, kDriver, true},
+    {kAnotherUpdate, "another update is running", Match::kExact, nullptr, false},
+    {kBatteryLow, "battery too low for an update: ", Match::kPrefix, nullptr, false},
+    {kSessionEnding, "session ending during update", Match::kExact, nullptr, false},
+};
+static_assert(std::size(kPatterns) == kPatternCount);
+
+bool Matches(const LinePattern& p, const LogLine& line, size_t textLength) {
+  if (p.error && line.level != "ERROR") return false;
+  if (p.file != nullptr && line.file != p.file) return false;
+  if (p.match == Match::kExact) return line.message.size() == textLength &&
+                                        std::memcmp(line.message.data(), p.text, textLength) == 0;
+  return line.message.size() >= textLength &&
+         std::memcmp(line.message.data(), p.text, textLength) == 0;
+}
+
+struct Lengths {
+  size_t of[kPatternCount];
+  Lengths() {
+    for (const LinePattern& p : kPatterns) of[p.id] = std::strlen(p.text);
+  }
+};
+const Lengths& TextLengths() {
+  static const Lengths lengths;
+  return lengths;
+}
+
+}  // namespace
+
+PatternSet MatchLine(const LogLine& line) {
+  const Lengths& lengths = TextLengths();
+  PatternSet set = 0;
+  for (const LinePattern& p : kPatterns) {
+    if (Matches(p, line, lengths.of[p.id])) set |= Bit(p.id);
+  }
+  return set;
+}
+
+std::string_view ValueAfter(Pattern pattern, std::string_view message) {
+  const size_t length = TextLengths().of[pattern];
+  return message.size() >= length ? message.substr(length) : std::string_view();
+}
+
+const CauseRow kCauseRows[] = {
+    {Cause::kComInit, Scope::kRun, {{kComFailed}}},
+    {Cause::kTpLibrary, Scope::kRun, {{kTpInitFailed, kTpError, true}}},
+    {Cause::kTpInit, Scope::kRun, {{kTpInitFailed}}},
+    // No file, an empty or short one, or one that could not be opened again
+    // for the check (the failure follows the upgrade without a word).
+    {Cause::kTpFirmware,
+     Scope::kRun,
+     {{kTpNoFile}, {kTpFileEmpty}, {kTpFileShort}, {kTpFailed, kTpUpgraded}}},
+    {Cause::kTpUpgrade, Scope::kRun, {{kTpUpgradeFailed}}},
+    {Cause::kTpChecksum, Scope::kRun, {{kTpGetChecksumFailed}, {kTpChecksumFailed}}},
+    // The bridge's reason follows its failed driver start.
+    {Cause::kForceLibrary, Scope::kRun, {{kForceError, kInitDriverFail}}},
+    {Cause::kForceOpen, Scope::kRun, {{kInitDriverFail}, {kOpenFail}}},
+    {Cause::kForceFirmware, Scope::kLastAttempt, {{kLoadFileFailed}}},
+    {Cause::kForceConnect, Scope::kLastAttempt, {{kConnectError}}},
+    {Cause::kForceWrite, Scope::kLastAttempt, {{kWriteError}}},
+    {Cause::kForceVersion, Scope::kLastAttempt, {{kUpgradeFailed, kTargetVersion}}},
+    {Cause::kForceChecksum, Scope::kLastAttempt, {{kChecksumFailed}}},
+    {Cause::kVersionRead, Scope::kRun, {{kVersionError}, {kVersionErrorEmpty}}},
+    {Cause::kAnotherInstance, Scope::kRun, {{kAnotherUpdate}}},
+    {Cause::kBatteryLow, Scope::kRun, {{kBatteryLow}}},
+};
+const int kCauseRowCount = static_cast<int>(std::size(kCauseRows));
+
+const StepMark kStepMarks[] = {
+    {kStartTouchpad, Step::kBiosReset},  {kTpInitializing, Step::kTouchpad},
+    {kStartForce, Step::kForceOpen},     {kWriterStart, Step::kForceWrite},
+    {kWriteFinished, Step::kForceVerify}, {kUpgradeSuccess, Step::kForceReadback},
+    {kChecksumFailed, Step::kCalibration},
+};
+const int kStepMarkCount = static_cast<int>(std::size(kStepMarks));
+
+}  // namespace calder::report
