@@ -24,7 +24,7 @@ const std::vector<Scenario>& Scenarios() {
   static const std::vector<Scenario> scenarios = {
       {"success", 800, kUpdate, &Nothing},
       {"calibration-rescue", 60, kUpdate, &ReadBackDiffers},
-      {"connect-retried", 30, kUpdate, [](SimulatedMachine& m) { m.sensor.faults.wrongConnectReplies = 1; }},
+      {"connect-retried", 30, kUpdate, [](SimulatedMachine& m) { m.sensor.faults.wrongConnectReplies = 2; }},
       {"com-init", 3, kUpdate, [](SimulatedMachine& m) { m.comResult = -2147417850; }},
       {"tp-library", 5, kUpdate, [](SimulatedMachine& m) { m.upgradeLibraryInstalled = false; }},
       {"tp-init", 15, kUpdate, [](SimulatedMachine& m) { m.touchpad.initResult = sim::kTpErrNoDevice; }},
@@ -40,7 +40,7 @@ const std::vector<Scenario>& Scenarios() {
       {"force-library", 5, kUpdate, [](SimulatedMachine& m) { m.bridgeLibraryInstalled = false; }},
       {"force-open", 15, kUpdate, [](SimulatedMachine& m) { m.sensor.faults.openResult = 7; }},
       {"force-no-file", 5, kUpdate, [](SimulatedMachine& m) { m.forceImage.reset(); }},
-      {"force-connect", 20, kUpdate, [](SimulatedMachine& m) { m.sensor.faults.wrongConnectReplies = 3; }},
+      {"force-connect", 20, kUpdate, [](SimulatedMachine& m) { m.sensor.faults.wrongConnectReplies = 6; }},
       {"force-write", 15, kUpdate,
        [](SimulatedMachine& m) {
          m.sensor.faults.rejectedBlock = 100;
