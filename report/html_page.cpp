@@ -38,7 +38,7 @@ std::string BarChart(const std::vector<Bar>& bars) {
   const int rowHeight = 26;
   const int labelWidth = 170;
   const int barSpace = 420;
-  std::string svg = "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"760\" height=\"" +
+  std::string svg = "<svg width=\"760\" height=\"" +
                     std::to_string(rowHeight * static_cast<int>(bars.size()) + 6) +
                     "\" role=\"img\">\n";
   int y = 4;
@@ -68,7 +68,7 @@ std::string DurationChart(const DurationHistogram& h) {
   const uint64_t largest = *std::max_element(counts.begin(), counts.end());
   const int plotHeight = 160;
   const int columnWidth = 22;
-  std::string svg = "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"760\" height=\"" +
+  std::string svg = "<svg width=\"760\" height=\"" +
                     std::to_string(plotHeight + 40) + "\" role=\"img\">\n";
   for (int c = 0; c < columns; ++c) {
     if (counts[c] == 0) continue;
