@@ -2,6 +2,8 @@
 
 #include <charconv>
 #include <cstdio>
+#include <utility>
+#include <vector>
 
 #include "report/text_escape.h"
 
@@ -9,37 +11,34 @@ namespace calder::report {
 
 namespace {
 
-void Key(const char* name, std::string* out) {
-  out->push_back('"');
-  out->append(name);
-  out->append("\":");
+using Members = std::vector<std::pair<const char*, std::string>>;
+
+std::string Object(const Members& members) {
+  std::string out = "{";
+  for (const auto& [name, value] : members) {
+    if (out.size() > 1) out.push_back(',');
+    out += std::string("\"") + name + "\":" + value;
+  }
+  return out + "}";
 }
 
-void Text(const std::optional<std::string>& value, std::string* out) {
-  if (value) {
-    AppendJsonString(*value, out);
-  } else {
-    out->append("null");
-  }
+std::string Text(std::string_view value) {
+  std::string out;
+  AppendJsonString(value, &out);
+  return out;
 }
 
-void Code(const char* code, std::string* out) {
-  if (code != nullptr) {
-    AppendJsonString(code, out);
-  } else {
-    out->append("null");
-  }
+std::string Text(const std::optional<std::string>& value) {
+  return value ? Text(std::string_view(*value)) : "null";
 }
+std::string Code(const char* code) { return code != nullptr ? Text(std::string_view(code)) : "null"; }
 
-void Seconds(int64_t ms, std::string* out) {
-  if (ms == kNoTime) {
-    out->append("null");
-    return;
-  }
+std::string Seconds(int64_t ms) {
+  if (ms == kNoTime) return "null";
   char text[32];
   std::snprintf(text, sizeof text, "%lld.%03lld", static_cast<long long>(ms / 1000),
                 static_cast<long long>(ms % 1000));
-  out->append(text);
+  return text;
 }
 
 // A small reader for the records written above: objects, strings, numbers,
@@ -242,55 +241,25 @@ class Reader {
 }  // namespace
 
 void AppendRecordJson(const RunRecord& r, std::string_view file, std::string* out) {
-  out->append("{\"schema\":1,");
-  Key("file", out);
-  AppendJsonString(file, out);
-  out->push_back(',');
-  Key("kind", out);
-  Code(KindCode(r.kind), out);
-  out->push_back(',');
-  Key("outcome", out);
-  Code(OutcomeCode(r.outcome), out);
-  out->push_back(',');
-  Key("cause", out);
-  Code(CauseCode(r.cause), out);
-  out->push_back(',');
-  Key("evidence", out);
-  Text(r.evidence, out);
-  out->push_back(',');
-  Key("started", out);
-  Text(r.started, out);
-  out->append(",\"seconds\":{");
-  Key("total", out);
-  Seconds(r.totalMs, out);
-  out->push_back(',');
-  Key("touchpad", out);
-  Seconds(r.touchpadMs, out);
-  out->push_back(',');
-  Key("force", out);
-  Seconds(r.forceMs, out);
-  out->append("},\"force\":{");
-  Key("before", out);
-  Text(r.forceBefore, out);
-  out->push_back(',');
-  Key("target", out);
-  Text(r.forceTarget, out);
-  out->push_back(',');
-  Key("after", out);
-  Text(r.forceAfter, out);
-  out->push_back(',');
-  Key("attempts", out);
-  out->append(std::to_string(r.forceAttempts));
-  out->push_back(',');
-  Key("calibration_rescue", out);
-  out->append(r.calibrationRescue ? "true" : "false");
-  out->append("},");
-  Key("last_step", out);
-  Code(StepCode(r.lastStep), out);
-  out->push_back(',');
-  Key("write_percent", out);
-  out->append(r.writePercent >= 0 ? std::to_string(r.writePercent) : "null");
-  out->append("}\n");
+  const std::string seconds =
+      Object({{"total", Seconds(r.totalMs)}, {"touchpad", Seconds(r.touchpadMs)}, {"force", Seconds(r.forceMs)}});
+  const std::string force = Object({{"before", Text(r.forceBefore)},
+                                    {"target", Text(r.forceTarget)},
+                                    {"after", Text(r.forceAfter)},
+                                    {"attempts", std::to_string(r.forceAttempts)},
+                                    {"calibration_rescue", r.calibrationRescue ? "true" : "false"}});
+  out->append(Object({{"schema", std::to_string(kRecordSchema)},
+                      {"file", Text(file)},
+                      {"kind", Code(KindCode(r.kind))},
+                      {"outcome", Code(OutcomeCode(r.outcome))},
+                      {"cause", Code(CauseCode(r.cause))},
+                      {"evidence", Text(r.evidence)},
+                      {"started", Text(r.started)},
+                      {"seconds", seconds},
+                      {"force", force},
+                      {"last_step", Code(StepCode(r.lastStep))},
+                      {"write_percent", r.writePercent >= 0 ? std::to_string(r.writePercent) : "null"}}));
+  out->push_back('\n');
 }
 
 bool ParseRecordJson(std::string_view line, RunRecord* record, std::string* file) {
