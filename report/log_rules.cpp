@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <iterator>
+#include <vector>
 
 #include "driver/log_texts.h"
 
@@ -76,39 +77,54 @@ const LinePattern kPatterns[] = {
 };
 static_assert(std::size(kPatterns) == kPatternCount);
 
-bool Matches(const LinePattern& p, const LogLine& line, size_t textLength) {
-  if (p.error && line.level != "ERROR") return false;
-  if (p.file != nullptr && line.file != p.file) return false;
-  if (p.match == Match::kExact) return line.message.size() == textLength &&
-                                        std::memcmp(line.message.data(), p.text, textLength) == 0;
-  return line.message.size() >= textLength &&
-         std::memcmp(line.message.data(), p.text, textLength) == 0;
-}
+// The files a line can come from; patterns are looked up per file so a line
+// is held against a handful of texts, not all of them.
+const char* const kGroupFiles[] = {kDriver, kTouchpad, kForce, kWriter};
+constexpr int kGroups = static_cast<int>(std::size(kGroupFiles)) + 1;  // the last: any other file
 
-struct Lengths {
-  size_t of[kPatternCount];
-  Lengths() {
-    for (const LinePattern& p : kPatterns) of[p.id] = std::strlen(p.text);
+struct PatternIndex {
+  size_t length[kPatternCount];
+  std::vector<const LinePattern*> byGroup[kGroups];
+  PatternIndex() {
+    for (const LinePattern& p : kPatterns) {
+      length[p.id] = std::strlen(p.text);
+      for (int g = 0; g < kGroups; ++g) {
+        const bool inGroup = g < kGroups - 1 ? p.file == nullptr || p.file == kGroupFiles[g] : p.file == nullptr;
+        if (inGroup) byGroup[g].push_back(&p);
+      }
+    }
   }
 };
-const Lengths& TextLengths() {
-  static const Lengths lengths;
-  return lengths;
+
+const PatternIndex& Index() {
+  static const PatternIndex index;
+  return index;
+}
+
+int GroupOf(std::string_view file) {
+  for (int g = 0; g < kGroups - 1; ++g) {
+    if (file == kGroupFiles[g]) return g;
+  }
+  return kGroups - 1;
 }
 
 }  // namespace
 
 PatternSet MatchLine(const LogLine& line) {
-  const Lengths& lengths = TextLengths();
+  const PatternIndex& index = Index();
+  const bool error = line.level == "ERROR";
   PatternSet set = 0;
-  for (const LinePattern& p : kPatterns) {
-    if (Matches(p, line, lengths.of[p.id])) set |= Bit(p.id);
+  for (const LinePattern* p : index.byGroup[GroupOf(line.file)]) {
+    if (p->error && !error) continue;
+    const size_t n = index.length[p->id];
+    if (line.message.size() < n || (p->match == Match::kExact && line.message.size() != n)) continue;
+    if (std::memcmp(line.message.data(), p->text, n) == 0) set |= Bit(p->id);
   }
   return set;
 }
 
 std::string_view ValueAfter(Pattern pattern, std::string_view message) {
-  const size_t length = TextLengths().of[pattern];
+  const size_t length = Index().length[pattern];
   return message.size() >= length ? message.substr(length) : std::string_view();
 }
 

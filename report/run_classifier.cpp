@@ -37,6 +37,11 @@ void RunClassifier::Take(const LogLine& line, PatternSet set) {
     IsoStamp(line.stamp, started_);
   }
   last_ = line.millis;
+  if (set == 0) {  // most lines decide nothing
+    previous_ = 0;
+    previousMessage_.clear();
+    return;
+  }
   seen_ |= set;
 
   if (set & Bit(kWriterStart)) {

