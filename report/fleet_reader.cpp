@@ -110,7 +110,7 @@ class Worker {
     std::string reason;
     classifier_.Reset();
     const bool read = file_.Open(job.path, &reason) &&
-                      lines_.ForEachLine(file_, [&](std::string_view line) { classifier_.Feed(line); },
+                      lines_.ForEachLine(file_, [&](std::string_view line, bool whole) { classifier_.Feed(line, whole); },
                                          &reason);
     file_.Close();
     RunRecord record;
@@ -134,7 +134,7 @@ class Worker {
     const bool read = file_.Open(job.path, &reason) &&
                       lines_.ForEachLine(
                           file_,
-                          [&](std::string_view line) {
+                          [&](std::string_view line, bool) {
                             if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
                             if (line.empty()) return;
                             if (!ParseRecordJson(line, &record, &file)) {

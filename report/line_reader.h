@@ -9,9 +9,10 @@
 
 namespace calder::report {
 
-// Hands each line of a file to visit, without its LF, in one pass over a
-// fixed buffer. A line longer than the buffer is cut to the buffer's size
-// and the rest of it skipped. False (with a reason) on a read error.
+// Hands each line of a file to visit(line, whole), without its LF, in one
+// pass over a fixed buffer. A line is not whole when the file ends inside it
+// (a cut-off log) or it is longer than the buffer (then cut to the buffer's
+// size and the rest of it skipped). False (with a reason) on a read error.
 class LineReader {
  public:
   static constexpr size_t kBufferSize = 256 * 1024;
@@ -31,7 +32,7 @@ class LineReader {
         const void* lf = std::memchr(data + kept, '\n', end - kept);
         if (lf == nullptr) break;
         const size_t at = static_cast<const char*>(lf) - data;
-        if (!skipping) visit(std::string_view(data + start, at - start));
+        if (!skipping) visit(std::string_view(data + start, at - start), true);
         skipping = false;
         start = at + 1;
         kept = start;
@@ -39,12 +40,12 @@ class LineReader {
       kept = end - start;
       if (start > 0 && kept > 0) std::memmove(buffer_.data(), data + start, kept);
       if (kept == buffer_.size()) {
-        if (!skipping) visit(std::string_view(buffer_.data(), kept));
+        if (!skipping) visit(std::string_view(buffer_.data(), kept), false);
         skipping = true;
         kept = 0;
       }
     }
-    if (kept > 0 && !skipping) visit(std::string_view(buffer_.data(), kept));
+    if (kept > 0 && !skipping) visit(std::string_view(buffer_.data(), kept), false);
     return true;
   }
 

@@ -28,8 +28,6 @@ struct LinePattern {
 // The texts as calder.exe logs them, quirks included.
 const LinePattern kPatterns[] = {
     {kCurrentVersion, kCurrentVersionLine, Match::kPrefix, nullptr, false},
-    {kHelperNotified, kHelperNotifiedLine, Match::kExact, nullptr, false},
-    {kHelperMissing, kHelperMissingLine, Match::kExact, nullptr, false},
     {kMainReturned, kMainReturnedLine, Match::kPrefix, nullptr, false},
     {kFinish, kFinishLine, Match::kExact, kDriver, false},
     {kInvalidInput, "invalid input", Match::kExact, kDriver, false},
@@ -85,9 +83,11 @@ constexpr int kGroups = static_cast<int>(std::size(kGroupFiles)) + 1;  // the la
 struct PatternIndex {
   size_t length[kPatternCount];
   std::vector<const LinePattern*> byGroup[kGroups];
+  PatternSet whole = 0;
   PatternIndex() {
     for (const LinePattern& p : kPatterns) {
       length[p.id] = std::strlen(p.text);
+      if (p.match == Match::kExact) whole |= Bit(p.id);
       for (int g = 0; g < kGroups; ++g) {
         const bool inGroup = g < kGroups - 1 ? p.file == nullptr || p.file == kGroupFiles[g] : p.file == nullptr;
         if (inGroup) byGroup[g].push_back(&p);
@@ -122,6 +122,8 @@ PatternSet MatchLine(const LogLine& line) {
   }
   return set;
 }
+
+PatternSet WholeMessagePatterns() { return Index().whole; }
 
 std::string_view ValueAfter(Pattern pattern, std::string_view message) {
   const size_t length = Index().length[pattern];

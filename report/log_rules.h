@@ -10,8 +10,6 @@ namespace calder::report {
 // Every line of calder.exe's log the report reads, by what it means.
 enum Pattern : int {
   kCurrentVersion,
-  kHelperNotified,
-  kHelperMissing,
   kMainReturned,
   kFinish,
   kInvalidInput,
@@ -65,6 +63,9 @@ constexpr PatternSet Bit(Pattern p) { return PatternSet{1} << p; }
 
 // The patterns one line matches.
 PatternSet MatchLine(const LogLine& line);
+// The patterns that match a whole message, not its start: the only ones a
+// line cut short can still match.
+PatternSet WholeMessagePatterns();
 // The text after a prefix pattern's text ("1.0.2.3" of "target force version : 1.0.2.3").
 std::string_view ValueAfter(Pattern pattern, std::string_view message);
 
@@ -92,7 +93,6 @@ constexpr PatternSet kUpdateLines =
 constexpr PatternSet kVersionLines =
     Bit(kVersionCalidata) | Bit(kTpVersion) | Bit(kVersionError) | Bit(kVersionErrorEmpty);
 constexpr PatternSet kNoneLines = Bit(kFinish) | Bit(kInvalidInput);
-constexpr PatternSet kWindowModeLines = Bit(kHelperNotified) | Bit(kHelperMissing);
 constexpr PatternSet kRefusalLines = Bit(kAnotherUpdate) | Bit(kBatteryLow);
 // An update whose failure was logged, even if its log stops before main returned.
 constexpr PatternSet kUpdateVerdictLines = Bit(kComFailed) | Bit(kTpFailed) | Bit(kForceFailed);

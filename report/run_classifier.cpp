@@ -10,10 +10,9 @@ namespace {
 
 constexpr PatternSet kQuotedLines = Bit(kTpError);
 
-int ParseInt(std::string_view text, int fallback) {
-  int value = fallback;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  return error == std::errc() && end == text.data() + text.size() ? value : fallback;
+bool ParseInt(std::string_view text, int* value) {
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *value);
+  return error == std::errc() && end == text.data() + text.size();
 }
 
 // The time from an opening to a closing line, if both came in order.
@@ -25,10 +24,11 @@ int64_t Span(int64_t open, int64_t close) {
 
 void RunClassifier::Reset() { *this = RunClassifier(); }
 
-void RunClassifier::Feed(std::string_view text) {
+void RunClassifier::Feed(std::string_view text, bool whole) {
   LogLine line;
   if (!ParseLogLine(text, &line)) return;
-  Take(line, MatchLine(line));
+  const PatternSet set = MatchLine(line);
+  Take(line, whole ? set : set & WholeMessagePatterns());
 }
 
 void RunClassifier::Take(const LogLine& line, PatternSet set) {
@@ -71,8 +71,8 @@ void RunClassifier::Take(const LogLine& line, PatternSet set) {
   if (set & Bit(kForcePhase.open)) forceOpen_ = line.millis;
   if (set & kForcePhase.close) forceMs_ = Span(forceOpen_, line.millis);
 
-  if (set & Bit(kMainReturned)) mainResult_ = ParseInt(ValueAfter(kMainReturned, line.message), 1);
-  if (set & Bit(kProgress)) writePercent_ = ParseInt(ValueAfter(kProgress, line.message), -1);
+  if (set & Bit(kMainReturned)) mainReturned_ = ParseInt(ValueAfter(kMainReturned, line.message), &mainResult_);
+  if (set & Bit(kProgress) && !ParseInt(ValueAfter(kProgress, line.message), &writePercent_)) writePercent_ = -1;
   if (set & Bit(kForceCurrent)) {
     const std::string_view before = ValueAfter(kForceCurrent, line.message);
     force_.forceBefore = before.empty() ? std::optional<std::string>() : std::string(before);
@@ -98,22 +98,20 @@ Kind RunClassifier::DecideKind() const {
   if (seen_ & kUpdateLines) return Kind::kUpdate;
   if (seen_ & kVersionLines) return Kind::kVersion;
   if (seen_ & kNoneLines) return Kind::kNone;
-  // Window mode exists to run the update; cut off before its first line.
-  if (seen_ & kWindowModeLines) return Kind::kUpdate;
-  return Kind::kUndecided;
+  // Cut off before any line shows the mode: counted as an update that stopped
+  // at its start, the reading that keeps a rollout gate on the safe side.
+  return Kind::kUpdate;
 }
 
 Outcome RunClassifier::DecideOutcome(Kind kind) const {
   switch (kind) {
     case Kind::kUpdate:
       if (seen_ & kRefusalLines) return Outcome::kRefused;
-      if (!(seen_ & Bit(kMainReturned))) return Outcome::kInterrupted;
+      if (!mainReturned_) return Outcome::kInterrupted;
       return mainResult_ == 0 ? Outcome::kSuccess : Outcome::kFailure;
     case Kind::kVersion:
       if (seen_ & Bit(kTpVersion)) return Outcome::kSuccess;
       if (seen_ & kVersionFailureLines) return Outcome::kFailure;
-      return Outcome::kInterrupted;
-    case Kind::kUndecided:
       return Outcome::kInterrupted;
     default:
       return Outcome::kNone;

@@ -14,12 +14,15 @@ namespace calder::report {
 class RunClassifier {
  public:
   void Reset();
-  // Each line of the file, without its line end; junk is skipped.
-  void Feed(std::string_view text);
+  // Each line of the file, without its line end; junk is skipped. Of a line
+  // that is not whole only a complete message counts: "main returned: 0" cut
+  // to "main returned: " says nothing.
+  void Feed(std::string_view text, bool whole = true);
   RunRecord Finish() const;
 
  private:
   void Take(const LogLine& line, PatternSet set);
+  bool mainReturned_ = false;
   Kind DecideKind() const;
   Outcome DecideOutcome(Kind kind) const;
   Cause DecideCause(Kind kind, Outcome outcome, std::string* evidence) const;

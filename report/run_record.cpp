@@ -6,7 +6,7 @@ namespace calder::report {
 
 namespace {
 
-const char* const kKindCodes[] = {"update", "version", "none", "unreadable", "undecided"};
+const char* const kKindCodes[] = {"update", "version", "none", "unreadable"};
 const char* const kOutcomeCodes[] = {nullptr, "success", "failure", "refused", "interrupted"};
 const char* const kCauseCodes[] = {
     nullptr,        "com-init",       "tp-library",    "tp-init",        "tp-firmware",

@@ -7,7 +7,7 @@
 
 namespace calder::report {
 
-enum class Kind { kUpdate, kVersion, kNone, kUnreadable, kUndecided, kCount };
+enum class Kind { kUpdate, kVersion, kNone, kUnreadable, kCount };
 enum class Outcome { kNone, kSuccess, kFailure, kRefused, kInterrupted, kCount };
 // In the order in which the first matching cause decides.
 enum class Cause {

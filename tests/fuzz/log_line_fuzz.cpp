@@ -33,7 +33,7 @@ calder::report::RunRecord Classify(std::string_view text) {
             "a parsed part lies outside its line");
       Check(parsed.stamp.size() == 23, "a stamp is not 23 characters");
     }
-    classifier.Feed(line);
+    classifier.Feed(line, end < text.size());
     start = end + 1;
   }
   return classifier.Finish();

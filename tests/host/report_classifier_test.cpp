@@ -51,7 +51,7 @@ RunRecord ClassifyFile(const std::string& text) {
   RunClassifier classifier;
   std::string reason;
   EXPECT_TRUE(input.Open(file, &reason)) << reason;
-  EXPECT_TRUE(reader.ForEachLine(input, [&](std::string_view line) { classifier.Feed(line); }, &reason));
+  EXPECT_TRUE(reader.ForEachLine(input, [&](std::string_view line, bool whole) { classifier.Feed(line, whole); }, &reason));
   return classifier.Finish();
 }
 
@@ -177,11 +177,14 @@ TEST(ReportClassifier, DamageAroundTheLinesChangesNothingThatIsStillThere) {
   }
   EXPECT_EQ(ClassifyFile(mixed).cause, Cause::kForceConnect);
 
-  // Cut inside the last line: "main returned: 1" is gone, the failure stays.
+  // Cut inside the last line: "main returned: 1" is gone, the failure stays;
+  // "main returned: " without its number is no result.
   const std::string whole = Joined(log, "\n");
   const RunRecord cut = ClassifyFile(whole.substr(0, whole.size() - 6));
   EXPECT_EQ(cut.outcome, Outcome::kInterrupted);
   EXPECT_EQ(cut.cause, Cause::kForceConnect);
+  const std::string good = Joined(ScenarioLog("success"), "\r\n");
+  EXPECT_EQ(ClassifyFile(good.substr(0, good.size() - 3)).outcome, Outcome::kInterrupted);
 
   for (const std::string& notALog : {std::string(), junk, megabyte, std::string("Current version: x\n")}) {
     const RunRecord r = ClassifyFile(notALog);
