@@ -69,9 +69,9 @@ const LinePattern kPatterns[] = {
     {kTpVersion, "tp version : ", Match::kPrefix, kDriver, false},
     {kVersionError, "err: ", Match::kPrefix, kDriver, true},
     {kVersionErrorEmpty, "", Match::kExact, kDriver, true},
-    {kAnotherUpdate, "another update is running", Match::kExact, nullptr, false},
-    {kBatteryLow, "battery too low for an update: ", Match::kPrefix, nullptr, false},
-    {kSessionEnding, "session ending during update", Match::kExact, nullptr, false},
+    {kAnotherUpdate, kAnotherUpdateText, Match::kExact, nullptr, false},
+    {kBatteryLow, kBatteryLowText, Match::kPrefix, nullptr, false},
+    {kSessionEnding, kSessionEndingText, Match::kExact, nullptr, false},
 };
 static_assert(std::size(kPatterns) == kPatternCount);
 

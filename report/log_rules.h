@@ -7,6 +7,11 @@
 
 namespace calder::report {
 
+// The flash guards' refusal and session lines, as the guards write them.
+inline constexpr char kAnotherUpdateText[] = "another update is running";
+inline constexpr char kBatteryLowText[] = "battery too low for an update: ";  // + "N % on battery, ..."
+inline constexpr char kSessionEndingText[] = "session ending during update";
+
 // Every line of calder.exe's log the report reads, by what it means.
 enum Pattern : int {
   kCurrentVersion,

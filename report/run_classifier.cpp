@@ -107,7 +107,9 @@ Outcome RunClassifier::DecideOutcome(Kind kind) const {
   switch (kind) {
     case Kind::kUpdate:
       if (seen_ & kRefusalLines) return Outcome::kRefused;
-      if (!mainReturned_) return Outcome::kInterrupted;
+      // The session ended under the update: whatever main still logged, the
+      // process was ended with it.
+      if (!mainReturned_ || (seen_ & Bit(kSessionEnding))) return Outcome::kInterrupted;
       return mainResult_ == 0 ? Outcome::kSuccess : Outcome::kFailure;
     case Kind::kVersion:
       if (seen_ & Bit(kTpVersion)) return Outcome::kSuccess;
@@ -118,7 +120,7 @@ Outcome RunClassifier::DecideOutcome(Kind kind) const {
   }
 }
 
-Cause RunClassifier::DecideCause(Kind kind, Outcome outcome, std::string* evidence) const {
+Cause RunClassifier::DecideCause(Kind kind, Outcome outcome, std::optional<std::string>* evidence) const {
   if (outcome == Outcome::kNone || outcome == Outcome::kSuccess) return Cause::kNone;
   // A log that stops before any failure was logged was cut off; one that
   // stops after the failure line still tells why.
@@ -131,7 +133,10 @@ Cause RunClassifier::DecideCause(Kind kind, Outcome outcome, std::string* eviden
       return kCauseRows[r].cause;
     }
   }
-  if (outcome == Outcome::kInterrupted) return Cause::kInterrupted;
+  if (outcome == Outcome::kInterrupted) {
+    if (seen_ & Bit(kSessionEnding)) *evidence = std::string(kSessionEndingText);
+    return Cause::kInterrupted;
+  }
   return Cause::kUnknown;
 }
 
@@ -143,12 +148,7 @@ RunRecord RunClassifier::Finish() const {
     return record;
   }
   record.outcome = DecideOutcome(record.kind);
-  std::string evidence;
-  record.cause = DecideCause(record.kind, record.outcome, &evidence);
-  if (record.cause != Cause::kNone && record.cause != Cause::kInterrupted &&
-      record.cause != Cause::kUnknown) {
-    record.evidence = evidence;
-  }
+  record.cause = DecideCause(record.kind, record.outcome, &record.evidence);
   if (first_ != kNoTime) {
     record.started = std::string(started_);
     record.totalMs = last_ - first_ >= 0 ? last_ - first_ : kNoTime;

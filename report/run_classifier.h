@@ -25,7 +25,7 @@ class RunClassifier {
   bool mainReturned_ = false;
   Kind DecideKind() const;
   Outcome DecideOutcome(Kind kind) const;
-  Cause DecideCause(Kind kind, Outcome outcome, std::string* evidence) const;
+  Cause DecideCause(Kind kind, Outcome outcome, std::optional<std::string>* evidence) const;
 
   struct RowState {
     bool matched = false;

@@ -186,6 +186,14 @@ TEST(ReportClassifier, DamageAroundTheLinesChangesNothingThatIsStillThere) {
   const std::string good = Joined(ScenarioLog("success"), "\r\n");
   EXPECT_EQ(ClassifyFile(good.substr(0, good.size() - 3)).outcome, Outcome::kInterrupted);
 
+  // The session ended under the update: the process went with it.
+  Lines ended = ScenarioLog("success");
+  const std::string& last = ended.back();
+  ended.insert(ended.end() - 1, last.substr(0, last.find(": ") + 2) + kSessionEndingText);
+  const RunRecord session = ClassifyFile(Joined(ended, "\r\n"));
+  EXPECT_EQ(session.outcome, Outcome::kInterrupted);
+  EXPECT_EQ(session.evidence.value_or(""), kSessionEndingText);
+
   for (const std::string& notALog : {std::string(), junk, megabyte, std::string("Current version: x\n")}) {
     const RunRecord r = ClassifyFile(notALog);
     EXPECT_EQ(r.kind, Kind::kUnreadable);

@@ -1,5 +1,7 @@
 #include "tools/fleet/scenarios.h"
 
+#include "report/log_rules.h"
+
 namespace calder::fleet {
 
 namespace {
@@ -57,10 +59,10 @@ const std::vector<Scenario>& Scenarios() {
       {"no-argument", 3, {}, &Nothing},
       {"invalid-input", 2, {"--UPDATE"}, &Nothing},
       {"another-instance", 10, kUpdate,
-       [](SimulatedMachine& m) { m.entryRefusal = {{"ERROR", "another update is running"}}; }},
+       [](SimulatedMachine& m) { m.entryRefusal = {{"ERROR", report::kAnotherUpdateText}}; }},
       {"battery-low", 10, kUpdate,
        [](SimulatedMachine& m) {
-         m.entryRefusal = {{"ERROR", "battery too low for an update: 12 % on battery, needs 25 % or AC power"}};
+         m.entryRefusal = {{"ERROR", std::string(report::kBatteryLowText) + "12 % on battery, needs 25 % or AC power"}};
        }},
   };
   return scenarios;
