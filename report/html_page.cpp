@@ -138,7 +138,9 @@ std::string HtmlPage(const FleetSummary& s) {
   for (Cause c : s.RankedCauses()) {
     const int i = static_cast<int>(c);
     causeBars.push_back({CauseCode(c), s.causes[i], " (" + Percent(s.causes[i], s.RunsWithCause()) + " %)",
-                         c == Cause::kInterrupted ? "#8e6bbf" : "#c62828"});
+                         c == Cause::kInterrupted                                    ? "#8e6bbf"
+                         : c == Cause::kAnotherInstance || c == Cause::kBatteryLow ? "#9e9e9e"
+                                                                                    : "#c62828"});
   }
   page += BarChart(causeBars);
   if (!causeBars.empty()) {
