@@ -10,11 +10,16 @@ constexpr size_t kDosNewHeaderOffset = 0x3C;
 constexpr size_t kCoffHeaderSize = 20;
 constexpr size_t kSectionHeaderSize = 40;
 constexpr size_t kExportDirectorySize = 40;
+constexpr size_t kImportDescriptorSize = 20;
+constexpr size_t kChecksumOffset = 64;   // same in PE32 and PE32+
 constexpr size_t kSubsystemOffset = 68;  // same in PE32 and PE32+
 constexpr size_t kDirectoryCountOffset32 = 92;
 constexpr size_t kDirectoryCountOffset64 = 108;
 // Far more than any real library has; a forged count must not make us spin.
 constexpr uint32_t kMaxExportNames = 65536;
+constexpr uint32_t kMaxImportLibraries = 4096;
+constexpr size_t kDirectoryEntrySize = 8;
+enum DirectoryIndex : uint32_t { kExportDirectory = 0, kImportDirectory = 1, kCertificateDirectory = 4 };
 constexpr size_t kMaxNameLength = 1024;
 
 // Little-endian reads that fail instead of leaving the buffer.
@@ -116,6 +121,59 @@ bool ReadExportNames(const Bytes& bytes, const std::vector<Section>& sections, u
   return true;
 }
 
+// Names imported by name from one library's lookup table; entries are 8
+// bytes in PE32+ and 4 in PE32, the top bit marking an ordinal.
+bool ReadImportedNames(const Bytes& bytes, const std::vector<Section>& sections, uint32_t tableRva,
+                       bool wide, std::vector<std::string>* names) {
+  const size_t width = wide ? 8 : 4;
+  for (uint32_t i = 0; i <= kMaxExportNames; ++i) {
+    size_t at = 0;
+    uint32_t low = 0;
+    uint32_t high = 0;
+    if (!FileOffsetOf(sections, static_cast<uint32_t>(tableRva + width * i), &at) ||
+        !bytes.U32(at, &low) || (wide && !bytes.U32(at + 4, &high))) {
+      return false;
+    }
+    if (low == 0 && high == 0) return true;
+    const bool byOrdinal = wide ? (high & 0x80000000u) != 0 : (low & 0x80000000u) != 0;
+    if (byOrdinal) continue;
+    size_t hintName = 0;
+    std::string name;
+    // A two-byte hint comes before the name.
+    if (!FileOffsetOf(sections, low & 0x7FFFFFFFu, &hintName) || !bytes.Name(hintName + 2, &name)) {
+      return false;
+    }
+    names->push_back(name);
+  }
+  return false;
+}
+
+// The import descriptors up to the all-zero one that ends them.
+bool ReadImports(const Bytes& bytes, const std::vector<Section>& sections, uint32_t rva, bool wide,
+                 std::vector<ImportedLibrary>* imports) {
+  for (uint32_t i = 0; i < kMaxImportLibraries; ++i) {
+    size_t at = 0;
+    uint32_t lookupRva = 0;
+    uint32_t nameRva = 0;
+    uint32_t addressRva = 0;
+    if (!FileOffsetOf(sections, static_cast<uint32_t>(rva + kImportDescriptorSize * i), &at) ||
+        !bytes.Has(at, kImportDescriptorSize) || !bytes.U32(at, &lookupRva) ||
+        !bytes.U32(at + 12, &nameRva) || !bytes.U32(at + 16, &addressRva)) {
+      return false;
+    }
+    if (nameRva == 0 && lookupRva == 0 && addressRva == 0) return true;
+    ImportedLibrary library;
+    size_t nameAt = 0;
+    if (!FileOffsetOf(sections, nameRva, &nameAt) || !bytes.Name(nameAt, &library.name) ||
+        !ReadImportedNames(bytes, sections, lookupRva != 0 ? lookupRva : addressRva, wide,
+                           &library.entries)) {
+      return false;
+    }
+    imports->push_back(library);
+  }
+  return false;
+}
+
 }  // namespace
 
 PeImage ReadPeImage(const uint8_t* data, size_t size) {
@@ -146,14 +204,32 @@ PeImage ReadPeImage(const uint8_t* data, size_t size) {
   if (!ReadSections(bytes, optional + optionalSize, sectionCount, &sections)) {
     return Invalid("section table cut short");
   }
-  const size_t countAt = optional + (image.optionalMagic == kPe32PlusMagic ? kDirectoryCountOffset64
-                                                                           : kDirectoryCountOffset32);
+  const bool wide = image.optionalMagic == kPe32PlusMagic;
+  const size_t countAt = optional + (wide ? kDirectoryCountOffset64 : kDirectoryCountOffset32);
+  const size_t headersEnd = optional + optionalSize;
   uint32_t directories = 0;
+  if (countAt + 4 <= headersEnd) bytes.U32(countAt, &directories);
+  // An entry counts only when the count and the optional header both hold it.
+  const auto entryAt = [&](uint32_t index, size_t* at) {
+    *at = countAt + 4 + kDirectoryEntrySize * index;
+    return index < directories && *at + kDirectoryEntrySize <= headersEnd;
+  };
+  size_t entry = 0;
   uint32_t exportRva = 0;
-  if (countAt + 12 <= optional + optionalSize && bytes.U32(countAt, &directories) &&
-      directories > 0 && bytes.U32(countAt + 4, &exportRva) && exportRva != 0 &&
+  if (entryAt(kExportDirectory, &entry) && bytes.U32(entry, &exportRva) && exportRva != 0 &&
       !ReadExportNames(bytes, sections, exportRva, &image.exportNames)) {
     return Invalid("export table outside the file");
+  }
+  uint32_t importRva = 0;
+  if (entryAt(kImportDirectory, &entry) && bytes.U32(entry, &importRva) && importRva != 0 &&
+      !ReadImports(bytes, sections, importRva, wide, &image.imports)) {
+    return Invalid("import table outside the file");
+  }
+  image.checksumOffset = optional + kChecksumOffset;
+  if (entryAt(kCertificateDirectory, &entry)) {
+    image.certificateEntryOffset = entry;
+    bytes.U32(entry, &image.certificateTableOffset);
+    bytes.U32(entry + 4, &image.certificateTableSize);
   }
   image.valid = true;
   return image;
