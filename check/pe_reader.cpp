@@ -151,7 +151,7 @@ bool ReadImportedNames(const Bytes& bytes, const std::vector<Section>& sections,
 // The import descriptors up to the all-zero one that ends them.
 bool ReadImports(const Bytes& bytes, const std::vector<Section>& sections, uint32_t rva, bool wide,
                  std::vector<ImportedLibrary>* imports) {
-  for (uint32_t i = 0; i < kMaxImportLibraries; ++i) {
+  for (uint32_t i = 0; i <= kMaxImportLibraries; ++i) {
     size_t at = 0;
     uint32_t lookupRva = 0;
     uint32_t nameRva = 0;

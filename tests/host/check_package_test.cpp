@@ -4,18 +4,24 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <iterator>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "base/log.h"
+#include "check/command_line.h"
 #include "check/force_image_plan.h"
+#include "check/log_recorder.h"
 #include "check/package_checker.h"
 #include "check/package_machine.h"
 #include "check/pe_reader.h"
 #include "check/report_writer.h"
 #include "platform/bridge_library.h"
 #include "platform/upgrade_library.h"
+#include "tests/host/pe_builder.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/force_rig.h"
 
@@ -23,43 +29,16 @@ namespace calder::check {
 namespace {
 
 namespace fs = std::filesystem;
-using Bytes = std::vector<uint8_t>;
+using test::Bytes;
 
-void Put(Bytes& b, size_t at, uint32_t value, int width) {
-  if (b.size() < at + width) b.resize(at + width);
-  for (int i = 0; i < width; ++i) b[at + i] = static_cast<uint8_t>(value >> (8 * i));
-}
-
-// A PE32+ image with one section that holds the export directory and names.
 Bytes Pe(uint16_t characteristics, uint16_t subsystem, const std::vector<std::string>& exports,
          uint16_t machine = 0x8664) {
-  Bytes b(0x200);
-  Put(b, 0, 0x5A4D, 2);
-  Put(b, 0x3C, 0x40, 4);
-  Put(b, 0x40, 0x4550, 4);
-  Put(b, 0x44, machine, 2);
-  Put(b, 0x46, 1, 2);           // sections
-  Put(b, 0x54, 240, 2);         // optional header size
-  Put(b, 0x56, characteristics, 2);
-  Put(b, 0x58, 0x20B, 2);
-  Put(b, 0x58 + 68, subsystem, 2);
-  Put(b, 0x58 + 108, 16, 4);    // data directories
-  Put(b, 0x58 + 112, 0x1000, 4);  // export directory RVA
-  Bytes data(40 + 4 * exports.size());
-  Put(data, 24, static_cast<uint32_t>(exports.size()), 4);
-  Put(data, 32, 0x1000 + 40, 4);
-  for (size_t i = 0; i < exports.size(); ++i) {
-    Put(data, 40 + 4 * i, static_cast<uint32_t>(0x1000 + data.size()), 4);
-    data.insert(data.end(), exports[i].begin(), exports[i].end());
-    data.push_back(0);
-  }
-  const size_t section = 0x58 + 240;
-  Put(b, section + 8, static_cast<uint32_t>(data.size()), 4);
-  Put(b, section + 12, 0x1000, 4);
-  Put(b, section + 16, static_cast<uint32_t>(data.size()), 4);
-  Put(b, section + 20, 0x200, 4);
-  b.insert(b.end(), data.begin(), data.end());
-  return b;
+  test::PeSpec spec;
+  spec.characteristics = characteristics;
+  spec.subsystem = subsystem;
+  spec.exports = exports;
+  spec.machine = machine;
+  return test::BuildPe(spec);
 }
 
 template <size_t N>
@@ -71,26 +50,73 @@ std::vector<std::string> Names(const char* const (&table)[N], const std::string&
   return names;
 }
 
-constexpr uint16_t kExe = 0x0022;  // executable, large-address aware
-constexpr uint16_t kDll = 0x2022;
+Bytes Text(const std::string& text) { return Bytes(text.begin(), text.end()); }
 
+constexpr uint16_t kExe = 0x0022;  // executable, large-address aware
+constexpr uint16_t kDll = test::kPeDll;
+const std::vector<std::string> kLottieEntries = {"lottie_load", "lottie_render"};
+
+// calder.exe as the release links it: rlottie.dll beside it, the rest from Windows.
+Bytes Program() {
+  test::PeSpec spec;
+  spec.imports = {{"rlottie.dll", kLottieEntries}, {"KERNEL32.dll", {"ExitProcess", "#5"}}};
+  return test::BuildPe(spec);
+}
+
+// Signing takes a process start; each image is signed once per run.
+const Bytes& Signed(const Bytes& image) {
+  static std::map<Bytes, Bytes> cache;
+  auto it = cache.find(image);
+  if (it == cache.end()) it = cache.emplace(image, test::SignPe(image)).first;
+  return it->second;
+}
+
+// A package as scripts/release makes it: signed programs, notices and both
+// manifests over every file.
 struct Package {
   Package() : dir(fs::temp_directory_path() / ("calder-check-" + std::to_string(std::random_device{}()))) {
     fs::create_directories(dir / "TP");
     fs::create_directories(dir / "Force");
-    Write("calder.exe", Pe(kExe, 2, {}));
-    Write("btl_upgrade.dll", Pe(kDll, 2, Names(kUpgradeLibraryEntryPoints)));
-    Write("btl_hid_transfer.dll", Pe(kDll, 2, Names(kBridgeLibraryEntryPoints)));
+    Write("calder.exe", Signed(Program()));
+    Write("rlottie.dll", Signed(Pe(kDll, 2, kLottieEntries)));
+    Write("btl_upgrade.dll", Signed(Pe(kDll, 2, Names(kUpgradeLibraryEntryPoints))));
+    Write("btl_hid_transfer.dll", Signed(Pe(kDll, 2, Names(kBridgeLibraryEntryPoints))));
     fs::copy_file(fs::path(CALDER_SOURCE_DIR) / "ui" / "loading_dark.json", dir / "loading_dark.json");
     Write("TP/tp_fw.bin", test::PatternBytes(300, 200));
     Write("Force/1.0.2.3.bin", test::PatternBytes(1000));
+    Write("THIRD-PARTY-NOTICES.txt", Bytes(10, 'n'));
+    Seal();
   }
   ~Package() { fs::remove_all(dir); }
   void Write(const std::string& name, const Bytes& bytes) const {
     std::ofstream(dir / name, std::ios::binary)
         .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
   }
+  Bytes Read(const std::string& name) const {
+    std::ifstream in(dir / name, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  }
   void Remove(const std::string& name) const { fs::remove_all(dir / name); }
+  // SHA256SUMS and the SBOM over the files as they are now.
+  void Seal() const {
+    std::vector<std::string> paths;
+    for (const auto& entry : fs::recursive_directory_iterator(dir)) {
+      const std::string path = entry.path().lexically_relative(dir).generic_string();
+      if (entry.is_regular_file() && path != "SHA256SUMS" && path != "calder.cdx.json") paths.push_back(path);
+    }
+    std::sort(paths.begin(), paths.end());
+    std::string sbom = R"({"bomFormat": "CycloneDX", "specVersion": "1.5", "components": [)";
+    for (const std::string& path : paths) {
+      sbom += std::string(path == paths[0] ? "" : ",") + R"({"type": "file", "name": ")" + path +
+              R"(", "hashes": [{"alg": "SHA-256", "content": ")" + test::ReferenceSha256(Read(path)) + "\"}]}";
+    }
+    Write("calder.cdx.json", Text(sbom + "]}"));
+    paths.push_back("calder.cdx.json");
+    std::sort(paths.begin(), paths.end());
+    std::string sums;
+    for (const std::string& path : paths) sums += test::ReferenceSha256(Read(path)) + "  " + path + "\n";
+    Write("SHA256SUMS", Text(sums));
+  }
   fs::path dir;
 };
 
@@ -103,8 +129,9 @@ Bytes Tagged(size_t fileSize) {
 struct FindingCase {
   const char* name;
   std::function<void(const Package&)> breakIt;
-  const char* code;  // the one finding expected; "" for none
+  const char* code;  // the one finding expected besides unsigned ones; "" for none
   const char* inMessage;
+  bool afterSealing = false;  // breaks the package behind its manifests' back
 };
 
 class CheckFindings : public testing::TestWithParam<FindingCase> {
@@ -115,17 +142,21 @@ class CheckFindings : public testing::TestWithParam<FindingCase> {
 TEST_P(CheckFindings, ReportsExactlyTheFindingOfTheFault) {
   Package package;
   GetParam().breakIt(package);
+  if (!GetParam().afterSealing) package.Seal();
   const PackageReport report = CheckPackage(package.dir);
-  std::vector<std::string> codes;
-  for (const Finding& f : report.findings) codes.push_back(f.code);
   const std::string code = GetParam().code;
-  ASSERT_EQ(codes, code.empty() ? std::vector<std::string>{} : std::vector<std::string>{code});
-  if (!code.empty()) {
-    EXPECT_NE(report.findings[0].message.find(GetParam().inMessage), std::string::npos)
-        << report.findings[0].message;
+  // A file the case replaces is not signed again.
+  std::set<std::string> codes;
+  bool explained = code.empty();
+  for (const Finding& f : report.findings) {
+    if (f.code == "unsigned" && code != "unsigned") continue;
+    codes.insert(f.code);
+    explained = explained || f.message.find(GetParam().inMessage) != std::string::npos;
+    EXPECT_EQ(report.Ship(), f.severity == Severity::kWarning) << f.code;
   }
-  const bool warningOnly = code.empty() || report.findings[0].severity == Severity::kWarning;
-  EXPECT_EQ(report.Ship(), warningOnly);
+  ASSERT_EQ(codes, code.empty() ? std::set<std::string>{} : std::set<std::string>{code});
+  EXPECT_TRUE(explained) << GetParam().inMessage;
+  EXPECT_TRUE(!codes.empty() || report.Ship());
 }
 
 const FindingCase kFindingCases[] = {
@@ -191,6 +222,31 @@ const FindingCase kFindingCases[] = {
     {"NoAnimation", [](const Package& p) { p.Remove("loading_dark.json"); }, "animation-unusable", "missing"},
     {"AnimationNotLottie", [](const Package& p) { p.Write("loading_dark.json", Bytes(5, '{')); },
      "animation-unusable", "load"},
+    {"NoRlottie", [](const Package& p) { p.Remove("rlottie.dll"); }, "library-missing", "rlottie.dll"},
+    {"RlottieLacksAnImport", [](const Package& p) { p.Write("rlottie.dll", Pe(kDll, 2, {"lottie_load"})); },
+     "library-entry-missing", "lottie_render, which calder.exe imports"},
+    {"UnsignedRlottie", [](const Package& p) { p.Write("rlottie.dll", Pe(kDll, 2, kLottieEntries)); },
+     "unsigned", "rlottie.dll"},
+    {"OneByteChangedAfterSigning",
+     [](const Package& p) {
+       Bytes program = p.Read("calder.exe");
+       program[0x400] ^= 1;
+       p.Write("calder.exe", program);
+     },
+     "signature-invalid", "changed after signing"},
+    {"FileMissingFromTheManifests", [](const Package& p) { p.Write("extra.txt", Text("x")); },
+     "manifest-mismatch", "extra.txt is listed in neither", true},
+    {"FileChangedAfterSealing", [](const Package& p) { p.Write("THIRD-PARTY-NOTICES.txt", Text("x")); },
+     "manifest-mismatch", "another SHA-256", true},
+    {"ListedFileAbsent",
+     [](const Package& p) { p.Write("SHA256SUMS", Text(std::string(64, 'a') + "  gone.bin\n")); },
+     "manifest-mismatch", "gone.bin, which the package does not hold", true},
+    {"SumsLineMalformed", [](const Package& p) { p.Write("SHA256SUMS", Text(std::string(64, 'a') + " gone.bin\n")); },
+     "manifest-mismatch", "line 1", true},
+    {"SbomNotCycloneDx", [](const Package& p) { p.Write("calder.cdx.json", Text(R"({"bomFormat": "SPDX"})")); },
+     "manifest-mismatch", "CycloneDX 1.5", true},
+    {"OnlyTheSbom", [](const Package& p) { p.Remove("SHA256SUMS"); }, "manifest-missing", "SHA256SUMS", true},
+    {"NoNotices", [](const Package& p) { p.Remove("THIRD-PARTY-NOTICES.txt"); }, "notices-missing", "missing"},
 };
 
 INSTANTIATE_TEST_SUITE_P(Packages, CheckFindings, testing::ValuesIn(kFindingCases),
@@ -292,9 +348,97 @@ TEST(CheckReport, JsonCarriesNumbersAsNumbersAndMissingSectionsAsNull) {
             std::string::npos);
   EXPECT_NE(json.find("\"force_phase_seconds\": null"), std::string::npos);
   EXPECT_NE(json.find("\"update_seconds\": 3.000}"), std::string::npos);
-  PackageReport odd;  // quotes, backslashes and control characters are escaped
-  odd.findings.push_back({Severity::kWarning, "c", "a\"\\\x1f", "m"});
-  EXPECT_NE(JsonReport(odd, false).find(R"("path": "a\"\\\u001f")"), std::string::npos);
+  // Quotes, backslashes and control characters are escaped; a blank, DEL
+  // and UTF-8 are not.
+  PackageReport odd;
+  odd.findings.push_back({Severity::kWarning, "c", "a\"\\\x1f \x7f\xc3\xa9\n", "m"});
+  EXPECT_NE(JsonReport(odd, false).find("\"path\": \"a\\\"\\\\\\u001f \x7f\xc3\xa9\\u000a\""), std::string::npos);
+}
+
+TEST(CheckFiles, AGoodPackageShipsWithoutFindingsAndListsEveryFileWithItsHash) {
+  test::LogCapture log;
+  Package package;
+  const PackageReport report = CheckPackage(package.dir);
+  EXPECT_TRUE(report.findings.empty());
+  const std::string json = JsonReport(report, false);
+  std::vector<std::string> paths;
+  for (const ShippedFile& file : report.files) {
+    paths.push_back(file.path);
+    const std::string ext = file.path.substr(file.path.size() - 4);
+    EXPECT_NE(json.find("{\"path\": \"" + file.path + "\", \"sha256\": \"" +
+                        test::ReferenceSha256(package.Read(file.path)) + "\", \"signed\": " +
+                        (ext == ".exe" || ext == ".dll" ? "true}" : "false}")),
+              std::string::npos)
+        << file.path;
+  }
+  EXPECT_EQ(paths, (std::vector<std::string>{"Force/1.0.2.3.bin", "THIRD-PARTY-NOTICES.txt", "TP/tp_fw.bin",
+                                             "btl_hid_transfer.dll", "btl_upgrade.dll", "calder.cdx.json",
+                                             "calder.exe", "loading_dark.json", "rlottie.dll"}));
+}
+
+struct CommandCase {
+  const char* name;
+  std::vector<std::string> args;  // "DIR" stands for a good package
+  int exitCode;
+  const char* out;  // what standard output holds; "" when it must be empty
+  const char* err;
+};
+
+class CheckCommandLine : public testing::TestWithParam<CommandCase> {
+ protected:
+  test::LogCapture log;
+  Package package;
+};
+
+TEST_P(CheckCommandLine, AnswersOnTheRightStreamWithTheRightExitCode) {
+  std::vector<std::string> args;
+  for (const std::string& arg : GetParam().args) {
+    args.push_back(arg.rfind("DIR", 0) == 0 ? package.dir.string() + arg.substr(3) : arg);
+  }
+  const CommandOutcome outcome = RunCommand(args);
+  EXPECT_EQ(outcome.exitCode, GetParam().exitCode);
+  for (const auto& [stream, expected] : {std::pair(outcome.out, GetParam().out), std::pair(outcome.err, GetParam().err)}) {
+    EXPECT_TRUE(*expected == 0 ? stream.empty() : stream.find(expected) != std::string::npos) << stream;
+  }
+}
+
+const CommandCase kCommandCases[] = {
+    {"Nothing", {}, 2, "", "usage: calder-check [--json] [--log] PACKAGE_DIR\n"},
+    {"Help", {"--help"}, 0, "usage: calder-check [--json] [--log] PACKAGE_DIR\n", ""},
+    {"HelpAfterAnOption", {"--json", "--help"}, 0, "usage:", ""},
+    {"Version", {"--version"}, 0, "calder-check 20260422-01\n", ""},
+    {"Text", {"DIR"}, 0, "verdict:    ship\n", ""},
+    {"TextWithLog", {"--log", "DIR"}, 0, "log of the predicted run:", ""},
+    {"Json", {"--json", "DIR"}, 0, "{\"verdict\": \"ship\"", ""},
+    {"JsonWithLog", {"DIR", "--log", "--json"}, 0, "\"log\": [", ""},
+    {"DoNotShip", {"DIR/TP"}, 1, "verdict:    do-not-ship\n", ""},
+    {"UnknownOption", {"--jsn", "DIR"}, 2, "", "usage:"},
+    {"TwoFolders", {"DIR", "DIR"}, 2, "", "usage:"},
+    {"EmptyArgument", {""}, 2, "", "usage:"},
+    {"NoSuchFolder", {"DIR/none"}, 2, "", "no such folder"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Arguments, CheckCommandLine, testing::ValuesIn(kCommandCases),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(CheckLogRecorder, KeepsTheLinesWhileItLivesAndGivesTheLoggerItsSettingsBack) {
+  el::Logger* logger = el::Loggers::getLogger("default");
+  const el::Configurations saved = *logger->configurations();
+  el::Configurations off;
+  off.setGlobally(el::ConfigurationType::Enabled, "false");
+  el::Loggers::reconfigureLogger(logger, off);
+  std::vector<std::string> lines;
+  {
+    LogRecorder recorder;
+    LOG(INFO) << "recorded";
+    lines = recorder.Lines();
+  }
+  const bool enabledAfter = logger->typedConfigurations()->enabled(el::Level::Info);
+  el::Loggers::reconfigureLogger(logger, saved);
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0].rfind("INFO check_package_test.cpp ", 0), 0u) << lines[0];
+  EXPECT_NE(lines[0].find(": recorded"), std::string::npos);
+  EXPECT_FALSE(enabledAfter);
 }
 
 }  // namespace
