@@ -118,7 +118,7 @@ class Checker {
     CheckFiles();
     const fs::path notices = FindInPackage(dir_, kNoticesFile);
     std::error_code error;
-    if (notices.empty() || !fs::is_regular_file(notices, error) || fs::file_size(notices, error) == 0) {
+    if (!fs::is_regular_file(notices, error) || fs::file_size(notices, error) == 0) {
       Warn("notices-missing", kNoticesFile, std::string(kNoticesFile) + " is missing or empty");
     }
     report_.prediction = PredictUpdate(dir_);

@@ -157,7 +157,7 @@ bool ReadImports(const Bytes& bytes, const std::vector<Section>& sections, uint3
     uint32_t nameRva = 0;
     uint32_t addressRva = 0;
     if (!FileOffsetOf(sections, static_cast<uint32_t>(rva + kImportDescriptorSize * i), &at) ||
-        !bytes.Has(at, kImportDescriptorSize) || !bytes.U32(at, &lookupRva) ||
+        !bytes.U32(at, &lookupRva) ||
         !bytes.U32(at + 12, &nameRva) || !bytes.U32(at + 16, &addressRva)) {
       return false;
     }
@@ -190,7 +190,7 @@ PeImage ReadPeImage(const uint8_t* data, size_t size) {
   const size_t coff = size_t{peOffset} + 4;
   uint16_t sectionCount = 0;
   uint16_t optionalSize = 0;
-  if (!bytes.Has(coff, kCoffHeaderSize) || !bytes.U16(coff, &image.machine) ||
+  if (!bytes.U16(coff, &image.machine) ||
       !bytes.U16(coff + 2, &sectionCount) || !bytes.U16(coff + 16, &optionalSize) ||
       !bytes.U16(coff + 18, &image.characteristics)) {
     return Invalid("file header cut short");
@@ -208,7 +208,7 @@ PeImage ReadPeImage(const uint8_t* data, size_t size) {
   const size_t countAt = optional + (wide ? kDirectoryCountOffset64 : kDirectoryCountOffset32);
   const size_t headersEnd = optional + optionalSize;
   uint32_t directories = 0;
-  if (countAt + 4 <= headersEnd) bytes.U32(countAt, &directories);
+  bytes.U32(countAt, &directories);
   // An entry counts only when the count and the optional header both hold it.
   const auto entryAt = [&](uint32_t index, size_t* at) {
     *at = countAt + 4 + kDirectoryEntrySize * index;
