@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "check/der_reader.h"
+#include "check/le_bytes.h"
 #include "check/pe_reader.h"
 #include "check/sha256.h"
 
@@ -16,7 +17,6 @@ constexpr size_t kWinCertificateHeaderSize = 8;
 constexpr uint16_t kWinCertificateRevision2 = 0x0200;
 constexpr uint16_t kWinCertTypePkcsSignedData = 0x0002;
 constexpr size_t kChecksumSize = 4;
-constexpr size_t kDirectoryEntrySize = 8;
 
 // Object identifiers as their DER content bytes.
 const std::vector<uint8_t> kOidSignedData = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x02};
@@ -24,19 +24,15 @@ const std::vector<uint8_t> kOidSpcIndirectData = {0x2B, 0x06, 0x01, 0x04, 0x01,
                                                   0x82, 0x37, 0x02, 0x01, 0x04};
 const std::vector<uint8_t> kOidSha256 = {0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x01};
 
-uint32_t U32At(const uint8_t* p) {
-  return uint32_t{p[0]} | uint32_t{p[1]} << 8 | uint32_t{p[2]} << 16 | uint32_t{p[3]} << 24;
-}
-
 Signature Invalid(const std::string& problem) { return {SignatureState::kInvalid, problem}; }
 
 // The PKCS#7 of the first WIN_CERTIFICATE that carries one.
 bool FindPkcs7(const uint8_t* table, size_t size, DerReader* pkcs7) {
-  size_t at = 0;
-  while (size - at >= kWinCertificateHeaderSize) {
-    const uint32_t length = U32At(table + at);
-    const uint16_t revision = static_cast<uint16_t>(table[at + 4] | table[at + 5] << 8);
-    const uint16_t type = static_cast<uint16_t>(table[at + 6] | table[at + 7] << 8);
+  const LeBytes bytes(table, size);
+  uint32_t length = 0;
+  uint16_t revision = 0;
+  uint16_t type = 0;
+  for (size_t at = 0; bytes.U32(at, &length) && bytes.U16(at + 4, &revision) && bytes.U16(at + 6, &type);) {
     if (length < kWinCertificateHeaderSize || length > size - at) return false;
     if (revision == kWinCertificateRevision2 && type == kWinCertTypePkcsSignedData) {
       *pkcs7 = DerReader(table + at + kWinCertificateHeaderSize, length - kWinCertificateHeaderSize);
@@ -77,7 +73,7 @@ std::array<uint8_t, 32> AuthenticodeHash(const uint8_t* data, size_t size, const
                                          size_t tableStart, size_t tableEnd) {
   Sha256 hash;
   const size_t afterChecksum = image.checksumOffset + kChecksumSize;
-  const size_t afterEntry = image.certificateEntryOffset + kDirectoryEntrySize;
+  const size_t afterEntry = image.certificateEntryOffset + kDataDirectoryEntrySize;
   hash.Update(data, image.checksumOffset);
   hash.Update(data + afterChecksum, image.certificateEntryOffset - afterChecksum);
   hash.Update(data + afterEntry, tableStart - afterEntry);
@@ -94,7 +90,7 @@ Signature CheckSignature(const uint8_t* data, size_t size) {
   }
   const size_t tableStart = image.certificateTableOffset;
   const size_t tableSize = image.certificateTableSize;
-  if (tableStart < image.certificateEntryOffset + kDirectoryEntrySize || tableStart > size ||
+  if (tableStart < image.certificateEntryOffset + kDataDirectoryEntrySize || tableStart > size ||
       tableSize > size - tableStart) {
     return Invalid("its certificate table lies outside the file");
   }

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "check/le_bytes.h"
+
 namespace calder::check {
 
 namespace {
@@ -18,43 +20,7 @@ constexpr size_t kDirectoryCountOffset64 = 108;
 // Far more than any real library has; a forged count must not make us spin.
 constexpr uint32_t kMaxExportNames = 65536;
 constexpr uint32_t kMaxImportLibraries = 4096;
-constexpr size_t kDirectoryEntrySize = 8;
 enum DirectoryIndex : uint32_t { kExportDirectory = 0, kImportDirectory = 1, kCertificateDirectory = 4 };
-constexpr size_t kMaxNameLength = 1024;
-
-// Little-endian reads that fail instead of leaving the buffer.
-class Bytes {
- public:
-  Bytes(const uint8_t* data, size_t size) : data_(data), size_(size) {}
-  bool Has(size_t offset, size_t count) const {
-    return offset <= size_ && count <= size_ - offset;
-  }
-  bool U16(size_t offset, uint16_t* out) const {
-    if (!Has(offset, 2)) return false;
-    *out = static_cast<uint16_t>(data_[offset] | data_[offset + 1] << 8);
-    return true;
-  }
-  bool U32(size_t offset, uint32_t* out) const {
-    if (!Has(offset, 4)) return false;
-    *out = 0;
-    for (int i = 3; i >= 0; --i) *out = *out << 8 | data_[offset + static_cast<size_t>(i)];
-    return true;
-  }
-  // A NUL-terminated name that ends inside the buffer.
-  bool Name(size_t offset, std::string* out) const {
-    if (offset >= size_) return false;
-    const size_t limit = std::min(size_ - offset, kMaxNameLength);
-    const uint8_t* begin = data_ + offset;
-    const uint8_t* end = std::find(begin, begin + limit, uint8_t{0});
-    if (end == begin + limit) return false;
-    out->assign(begin, end);
-    return true;
-  }
-
- private:
-  const uint8_t* data_;
-  size_t size_;
-};
 
 struct Section {
   uint32_t virtualAddress = 0;
@@ -82,7 +48,7 @@ PeImage Invalid(const char* problem) {
   return image;
 }
 
-bool ReadSections(const Bytes& bytes, size_t at, uint16_t count, std::vector<Section>* out) {
+bool ReadSections(const LeBytes& bytes, size_t at, uint16_t count, std::vector<Section>* out) {
   for (uint16_t i = 0; i < count; ++i) {
     const size_t base = at + i * kSectionHeaderSize;
     Section s;
@@ -96,7 +62,7 @@ bool ReadSections(const Bytes& bytes, size_t at, uint16_t count, std::vector<Sec
 }
 
 // The names of the export directory; false when it points outside the file.
-bool ReadExportNames(const Bytes& bytes, const std::vector<Section>& sections, uint32_t rva,
+bool ReadExportNames(const LeBytes& bytes, const std::vector<Section>& sections, uint32_t rva,
                      std::vector<std::string>* names) {
   size_t directory = 0;
   uint32_t count = 0;
@@ -123,7 +89,7 @@ bool ReadExportNames(const Bytes& bytes, const std::vector<Section>& sections, u
 
 // Names imported by name from one library's lookup table; entries are 8
 // bytes in PE32+ and 4 in PE32, the top bit marking an ordinal.
-bool ReadImportedNames(const Bytes& bytes, const std::vector<Section>& sections, uint32_t tableRva,
+bool ReadImportedNames(const LeBytes& bytes, const std::vector<Section>& sections, uint32_t tableRva,
                        bool wide, std::vector<std::string>* names) {
   const size_t width = wide ? 8 : 4;
   for (uint32_t i = 0; i <= kMaxExportNames; ++i) {
@@ -149,7 +115,7 @@ bool ReadImportedNames(const Bytes& bytes, const std::vector<Section>& sections,
 }
 
 // The import descriptors up to the all-zero one that ends them.
-bool ReadImports(const Bytes& bytes, const std::vector<Section>& sections, uint32_t rva, bool wide,
+bool ReadImports(const LeBytes& bytes, const std::vector<Section>& sections, uint32_t rva, bool wide,
                  std::vector<ImportedLibrary>* imports) {
   for (uint32_t i = 0; i <= kMaxImportLibraries; ++i) {
     size_t at = 0;
@@ -177,7 +143,7 @@ bool ReadImports(const Bytes& bytes, const std::vector<Section>& sections, uint3
 }  // namespace
 
 PeImage ReadPeImage(const uint8_t* data, size_t size) {
-  const Bytes bytes(data, size);
+  const LeBytes bytes(data, size);
   uint16_t dosMagic = 0;
   uint32_t peOffset = 0;
   if (!bytes.U16(0, &dosMagic) || dosMagic != 0x5A4D) return Invalid("no MZ header");
@@ -211,8 +177,8 @@ PeImage ReadPeImage(const uint8_t* data, size_t size) {
   bytes.U32(countAt, &directories);
   // An entry counts only when the count and the optional header both hold it.
   const auto entryAt = [&](uint32_t index, size_t* at) {
-    *at = countAt + 4 + kDirectoryEntrySize * index;
-    return index < directories && *at + kDirectoryEntrySize <= headersEnd;
+    *at = countAt + 4 + kDataDirectoryEntrySize * index;
+    return index < directories && *at + kDataDirectoryEntrySize <= headersEnd;
   };
   size_t entry = 0;
   uint32_t exportRva = 0;

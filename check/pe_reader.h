@@ -12,6 +12,7 @@ constexpr uint16_t kPe32PlusMagic = 0x20B;
 constexpr uint16_t kSubsystemWindowsGui = 2;
 constexpr uint16_t kFileExecutableImage = 0x0002;
 constexpr uint16_t kFileDll = 0x2000;
+constexpr size_t kDataDirectoryEntrySize = 8;
 
 // The names a PE image imports from one library (imports by ordinal are
 // not kept: nothing we build makes them).
