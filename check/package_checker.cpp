@@ -74,7 +74,8 @@ bool IsPeName(const std::string& path) {
 std::vector<std::string> FilesBelow(const fs::path& dir) {
   std::vector<std::string> paths;
   std::error_code error;
-  for (fs::recursive_directory_iterator it(dir, error), end; !error && it != end; it.increment(error)) {
+  for (fs::recursive_directory_iterator it(dir, fs::directory_options::skip_permission_denied, error), end;
+       !error && it != end; it.increment(error)) {
     std::error_code typeError;
     if (it->is_regular_file(typeError)) paths.push_back(it->path().lexically_relative(dir).generic_u8string());
   }
