@@ -1,6 +1,6 @@
 #include "check/package_manifest.h"
 
-#include <rapidjson/document.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cctype>
@@ -57,25 +57,28 @@ Listing ReadSums(const std::string& text, std::vector<Finding>* findings) {
   return listing;
 }
 
-const rapidjson::Value* Member(const rapidjson::Value& object, const char* name) {
-  if (!object.IsObject()) return nullptr;
-  const auto it = object.FindMember(name);
-  return it == object.MemberEnd() ? nullptr : &it->value;
+using Json = nlohmann::json;
+
+// The member's value, or null when the object lacks it or is no object.
+const Json* Member(const Json& object, const char* name) {
+  if (!object.is_object()) return nullptr;
+  const auto it = object.find(name);
+  return it == object.end() ? nullptr : &*it;
 }
 
-bool IsText(const rapidjson::Value* value, const char* text) {
-  return value != nullptr && value->IsString() && std::string(value->GetString()) == text;
+bool IsText(const Json* value, const char* text) {
+  return value != nullptr && value->is_string() && value->get_ref<const std::string&>() == text;
 }
 
 // The SHA-256 a component's hashes give, or "".
-std::string ComponentSha256(const rapidjson::Value& component) {
-  const rapidjson::Value* hashes = Member(component, "hashes");
-  if (hashes == nullptr || !hashes->IsArray()) return "";
-  for (const rapidjson::Value& hash : hashes->GetArray()) {
-    const rapidjson::Value* content = Member(hash, "content");
-    if (IsText(Member(hash, "alg"), "SHA-256") && content != nullptr && content->IsString() &&
-        IsSha256Hex(content->GetString())) {
-      return Lower(content->GetString());
+std::string ComponentSha256(const Json& component) {
+  const Json* hashes = Member(component, "hashes");
+  if (hashes == nullptr || !hashes->is_array()) return "";
+  for (const Json& hash : *hashes) {
+    const Json* content = Member(hash, "content");
+    if (IsText(Member(hash, "alg"), "SHA-256") && content != nullptr && content->is_string() &&
+        IsSha256Hex(content->get_ref<const std::string&>())) {
+      return Lower(content->get_ref<const std::string&>());
     }
   }
   return "";
@@ -84,29 +87,28 @@ std::string ComponentSha256(const rapidjson::Value& component) {
 // The top-level components: one per shipped file, named by its path.
 Listing ReadSbom(const std::string& text, std::vector<Finding>* findings) {
   Listing listing;
-  rapidjson::Document document;
-  // Iterative: a deeply nested document must not exhaust the stack.
-  document.Parse<rapidjson::kParseIterativeFlag>(text.data(), text.size());
-  if (document.HasParseError() || !IsText(Member(document, "bomFormat"), "CycloneDX") ||
+  // Without exceptions: a document that does not parse comes back discarded.
+  const Json document = Json::parse(text, nullptr, false);
+  if (document.is_discarded() || !IsText(Member(document, "bomFormat"), "CycloneDX") ||
       !IsText(Member(document, "specVersion"), "1.5")) {
     findings->push_back(Mismatch(kSbomFile, std::string(kSbomFile) + " is not a CycloneDX 1.5 JSON document"));
     return listing;
   }
-  const rapidjson::Value* components = Member(document, "components");
-  if (components == nullptr || !components->IsArray()) return listing;
-  for (const rapidjson::Value& component : components->GetArray()) {
-    const rapidjson::Value* name = Member(component, "name");
-    if (name == nullptr || !name->IsString()) {
+  const Json* components = Member(document, "components");
+  if (components == nullptr || !components->is_array()) return listing;
+  for (const Json& component : *components) {
+    const Json* name = Member(component, "name");
+    if (name == nullptr || !name->is_string()) {
       findings->push_back(Mismatch(kSbomFile, std::string(kSbomFile) + " has a component without a name"));
       continue;
     }
+    const std::string& path = name->get_ref<const std::string&>();
     const std::string sha256 = ComponentSha256(component);
     if (sha256.empty()) {
-      findings->push_back(Mismatch(name->GetString(), std::string(kSbomFile) + " lists " + name->GetString() +
-                                                          " without its SHA-256"));
+      findings->push_back(Mismatch(path, std::string(kSbomFile) + " lists " + path + " without its SHA-256"));
       continue;
     }
-    listing.emplace_back(name->GetString(), sha256);
+    listing.emplace_back(path, sha256);
   }
   return listing;
 }
@@ -114,9 +116,11 @@ Listing ReadSbom(const std::string& text, std::vector<Finding>* findings) {
 void Compare(const char* manifest, const Listing& listing, const std::vector<ShippedFile>& files,
              std::set<std::string>* listed, std::vector<Finding>* findings) {
   for (const auto& [path, sha256] : listing) {
-    const auto file = std::find_if(files.begin(), files.end(),
-                                   [&](const ShippedFile& f) { return f.path == path; });
-    if (file == files.end()) {
+    const ShippedFile* file = nullptr;
+    for (const ShippedFile& f : files) {
+      if (f.path == path) file = &f;
+    }
+    if (file == nullptr) {
       findings->push_back(Mismatch(path, std::string(manifest) + " lists " + path + ", which the package does not hold"));
     } else if (file->sha256 != sha256) {
       findings->push_back(Mismatch(path, std::string(manifest) + " gives " + path +
