@@ -5,7 +5,7 @@
 
 #include "check/package_checker.h"
 #include "check/report_writer.h"
-#include "driver/calder.h"
+#include "driver/log_texts.h"
 
 namespace calder::check {
 
