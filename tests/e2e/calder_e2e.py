@@ -120,8 +120,9 @@ class Stage:
                               capture_output=True, timeout=timeout)
         elapsed = time.monotonic() - start
         after = set(LOG_DIR.glob("Calder_*.log")) if LOG_DIR.exists() else set()
-        # Runs that overlap this one write logs too: this run's started first.
-        new = sorted(after - before, key=lambda path: path.read_bytes()[:23])
+        # Runs that overlap this one write logs too: this run's started first
+        # (a log still empty belongs to a run started later).
+        new = sorted(after - before, key=lambda path: path.read_bytes()[:23] or b"~")
         log_path = new[0] if new else None
         result = Result(proc.returncode, proc.stdout.decode(errors="replace"),
                         proc.stderr.decode(errors="replace"), log_path, elapsed)
