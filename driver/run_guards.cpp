@@ -26,8 +26,8 @@ bool IsVersionQuery(int argc, char** argv) {
 
 namespace {
 
-bool IsUpdate(int argc, char** argv) {
-  return argc >= 2 && argv[1] != nullptr && std::string(argv[1]) == "--update";
+bool FirstArgumentIs(int argc, char** argv, const char* wanted) {
+  return argc >= 2 && argv[1] != nullptr && std::string(argv[1]) == wanted;
 }
 
 bool PowerAllowsUpdate() {
@@ -43,11 +43,12 @@ bool PowerAllowsUpdate() {
 
 RunAdmission::RunAdmission(int argc, char** argv) {
   if (!TakeLock()) {
-    if (IsVersionQuery(argc, argv)) PrintUnknownVersion();
+    // A version report, with or without a window, still gives its line.
+    if (FirstArgumentIs(argc, argv, "--version")) PrintUnknownVersion();
     LOG(ERROR) << lines::kAnotherUpdateRunning;
     return;
   }
-  admitted_ = !IsUpdate(argc, argv) || PowerAllowsUpdate();
+  admitted_ = !FirstArgumentIs(argc, argv, "--update") || PowerAllowsUpdate();
 }
 
 RunAdmission::~RunAdmission() {
