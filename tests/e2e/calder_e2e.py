@@ -93,9 +93,8 @@ class Stage:
         return target
 
     def run(self, *args, env=None, timeout=180, violations_expected=False, launcher=()):
-        """Runs calder.exe here (through launcher, a command that ends by
-        running its arguments); fails on a protocol violation the stand-ins
-        recorded unless the caller expects one (and reads result.violations)."""
+        """Runs calder.exe here, under launcher if given; fails on a protocol violation
+        the stand-ins recorded unless the caller expects one (and reads result.violations)."""
         result = self._run_once(args, env, timeout, launcher)
         if result.log_path is None and not result.stdout.strip():
             # calder.exe logs before anything else, so a run that left neither a

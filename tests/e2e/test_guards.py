@@ -26,8 +26,7 @@ class UpdateStage(Stage):
         self.image = self.add("Force/1.0.2.3.bin", bytes(i % 251 + 1 for i in range(image_size)))
         self.add("force_sensor_scenario.txt", b"version=1.0.2.3\n")
         # What the vendor library, the HID devices and the sensor leave when called.
-        self.traces = [self.dir / name for name in ["btl_record.txt", "devices",
-                                                    "force_sensor_state.txt"]]
+        self.traces = [self.dir / n for n in ["btl_record.txt", "devices", "force_sensor_state.txt"]]
 
     def update(self, env=None, **kwargs):
         env = {"BTL_SIM_RECORD": windows_path(self.traces[0]), **(env or {})}
@@ -90,6 +89,16 @@ class GuardsTest(unittest.TestCase):
         self.assertEqual(result.lines().count(
             "INFO shutdown_guard.cpp: shutdown refused: update in progress"), 1)
         self.assertEqual(subprocess.run(["wineboot", "-e"]).returncode, 0)
+
+    def test_a_session_that_ends_anyway_leaves_its_line_and_exit_code_1(self):
+        stage = UpdateStage("guard-forced-end", image_size=0x2000)
+        run = stage.update_in_background_until("start write flash")
+        forced = subprocess.run(["wine", BUILD / "sim/session_end/session_end.exe"],
+                                capture_output=True, text=True)
+        result = run.result()
+        self.assertEqual((forced.stdout.strip(), result.rc), ("query answered 0", 1))
+        self.assertEqual(result.lines()[-1], "ERROR shutdown_guard.cpp: session ending during update")
+        self.assertFalse(stage.flashed())
 
 
 if __name__ == "__main__":
