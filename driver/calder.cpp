@@ -20,9 +20,6 @@
 
 namespace calder {
 
-const char kToolVersion[] = "20260422-01";
-const char kFinishLine[] = "finish---------------------------------------";
-
 namespace {
 
 constexpr unsigned kPauseAfterBiosResetMs = 3000;

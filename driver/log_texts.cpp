@@ -1,0 +1,12 @@
+#include "driver/log_texts.h"
+
+namespace calder {
+
+const char kToolVersion[] = "20260422-01";
+const char kFinishLine[] = "finish---------------------------------------";
+const char kCurrentVersionLine[] = "Current version: ";
+const char kHelperNotifiedLine[] = "WM_USER + 1 message send ";
+const char kHelperMissingLine[] = "can not find window";
+const char kMainReturnedLine[] = "main returned: ";
+
+}  // namespace calder
