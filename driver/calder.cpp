@@ -7,6 +7,7 @@
 
 #include "base/firmware_discovery.h"
 #include "base/log.h"
+#include "base/tool_version.h"
 #include "driver/logging.h"
 #include "driver/power_request_guard.h"
 #include "driver/update_phases.h"
@@ -20,7 +21,7 @@
 
 namespace calder {
 
-const char kToolVersion[] = "20260422-01";
+const char kToolVersion[] = CALDER_TOOL_VERSION;
 const char kFinishLine[] = "finish---------------------------------------";
 
 namespace {
