@@ -48,3 +48,11 @@ foreach(lang C CXX)
   set(CMAKE_${lang}_ARCHIVE_APPEND "<CMAKE_AR> qD <TARGET> <LINK_FLAGS> <OBJECTS>")
   set(CMAKE_${lang}_ARCHIVE_FINISH "<CMAKE_RANLIB> -D <TARGET>")
 endforeach()
+
+# windres reports no dependencies: rebuild the resources when what they include changes.
+set(CALDER_RESOURCE_INPUTS ${CMAKE_SOURCE_DIR}/base/win32/version_info.rc
+    ${CMAKE_SOURCE_DIR}/base/tool_version.h ${CALDER_GENERATED_DIR}/tool_version_numbers.h)
+set_source_files_properties(${CMAKE_SOURCE_DIR}/app/win32/calder.rc PROPERTIES OBJECT_DEPENDS
+  "${CALDER_RESOURCE_INPUTS};${CMAKE_SOURCE_DIR}/app/win32/calder.manifest")
+set_source_files_properties(${CMAKE_SOURCE_DIR}/check/win32/calder-check.rc PROPERTIES
+  OBJECT_DEPENDS "${CALDER_RESOURCE_INPUTS}")

@@ -63,6 +63,14 @@ class PlantedLibrariesTest(unittest.TestCase):
             lines = result.lines()
             self.assertEqual([line for line in lines if line in expected], expected, lines)
 
+    def test_without_rlottie_beside_it_calder_does_not_start_and_takes_no_planted_copy(self):
+        stage = PlantedStage("planted-no-rlottie", UPGRADE_DLL, BRIDGE_DLL)
+        (stage.dir / "rlottie.dll").unlink()
+        result = stage.run("--version")
+        self.assertEqual(stage.loaded(), [])
+        self.assertNotEqual(result.rc, 0)
+        self.assertEqual((result.log_path, result.stdout), (None, ""))
+
     def test_a_linked_or_foreign_folder_is_not_written_through(self):
         target = BUILD / "e2e" / "link-target"
         shutil.rmtree(target, ignore_errors=True)
