@@ -137,6 +137,15 @@ class ReleaseTest(unittest.TestCase):
             self.assertIn(".debug_info", run("x86_64-w64-mingw32-objdump", "-h",
                                              symbols / name).stdout)
         self.assertFalse(list(self.out.rglob("*.debug")))
+        # One C runtime heap for both sides of the DLL boundary, and no C++
+        # runtime DLL: what rlottie allocates, calder.exe frees.
+        imports = {b.name: sorted(re.findall(r"DLL Name: (\S+)", run(
+            "x86_64-w64-mingw32-objdump", "-p", b).stdout)) for b in [self.out / "calder.exe",
+                                                                    self.out / "rlottie.dll", check]}
+        self.assertEqual(imports["rlottie.dll"], ["KERNEL32.dll", "msvcrt.dll"])
+        for name in ["calder.exe", "calder-check.exe"]:
+            self.assertEqual([d for d in imports[name] if d in ("msvcrt.dll", "rlottie.dll")
+                              or d.startswith("lib")], ["msvcrt.dll", "rlottie.dll"], name)
         for binary, name, description in [
                 (self.out / "calder.exe", "calder.exe", "Calder touch input firmware update"),
                 (check, "calder-check.exe", "Calder release package checker")]:
