@@ -55,4 +55,4 @@ set(CALDER_RESOURCE_INPUTS ${CMAKE_SOURCE_DIR}/base/win32/version_info.rc
 set_source_files_properties(${CMAKE_SOURCE_DIR}/app/win32/calder.rc PROPERTIES OBJECT_DEPENDS
   "${CALDER_RESOURCE_INPUTS};${CMAKE_SOURCE_DIR}/app/win32/calder.manifest")
 set_source_files_properties(${CMAKE_SOURCE_DIR}/check/win32/calder-check.rc PROPERTIES
-  OBJECT_DEPENDS "${CALDER_RESOURCE_INPUTS}")
+  OBJECT_DEPENDS "${CALDER_RESOURCE_INPUTS};${CMAKE_SOURCE_DIR}/check/win32/calder-check.manifest")
