@@ -157,7 +157,8 @@ def sbom(out, deps, version, epoch, commit):
                  "hashes": [{"alg": "SHA-256", "content": sha256(Path(out) / path)}]}
         nested = [{"type": "library", "bom-ref": f"file:{path}#{c.key}", "name": c.name,
                    "version": v, "licenses": licence_entry(c.licence),
-                   "purl": f"pkg:deb/debian/{record['Source'] if record else c.package}@{v}"}
+                   "purl": f"pkg:deb/debian/{record['Source']}@{v}?arch=source" if record
+                   else f"pkg:deb/debian/{c.package}@{v}"}
                   for c, v, record in inside if path in c.files]
         if nested:
             entry["components"] = nested
