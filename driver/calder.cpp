@@ -7,7 +7,6 @@
 
 #include "base/firmware_discovery.h"
 #include "base/log.h"
-#include "base/tool_version.h"
 #include "driver/logging.h"
 #include "driver/power_request_guard.h"
 #include "driver/update_phases.h"
@@ -20,9 +19,6 @@
 #include "touchpad/tp_update.h"
 
 namespace calder {
-
-const char kToolVersion[] = CALDER_TOOL_VERSION;
-const char kFinishLine[] = "finish---------------------------------------";
 
 namespace {
 

@@ -1,9 +1,8 @@
 #pragma once
 
-namespace calder {
+#include "driver/log_texts.h"
 
-extern const char kToolVersion[];
-extern const char kFinishLine[];
+namespace calder {
 
 // The driver routine: 0 for success, 1 for failure.
 int main(int argc, char** argv);

@@ -43,7 +43,7 @@ HWND FindGestureHelper() {
 int RunMainOnWorker() {
   timeBeginPeriod(1);
   const int rc = calder::main(__argc, __argv);
-  LOG(INFO) << "main returned: " << rc;
+  LOG(INFO) << calder::kMainReturnedLine << rc;
   timeEndPeriod(1);
   if (g_hProgressWnd != nullptr && g_bProgressWindowActive) {
     PostMessageW(g_hProgressWnd, WM_UPDATE_PROGRESS, 100, 0);
@@ -94,7 +94,7 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
   calder::RestrictLibrarySearch();
   calder::InstallWin32Environment();
   calder::InitLogging();
-  LOG(INFO) << "Current version: " << calder::kToolVersion;
+  LOG(INFO) << calder::kCurrentVersionLine << calder::kToolVersion;
 
   if (IsVersionQuery(__argc, __argv)) return calder::main(__argc, __argv);
 
@@ -102,10 +102,10 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
   if (helper != nullptr) {
     g_bGestureHelperNotified = true;
     SendMessageW(helper, kUpdateBegins, 0, 0);
-    LOG(INFO) << "WM_USER + 1 message send ";
+    LOG(INFO) << calder::kHelperNotifiedLine;
   } else {
     g_bGestureHelperNotified = false;
-    LOG(INFO) << "can not find window";
+    LOG(INFO) << calder::kHelperMissingLine;
   }
   return RunWithProgressWindow(&RunMainOnWorker);
 }

@@ -1,0 +1,153 @@
+#include "report/fleet_summary.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace calder::report {
+
+void DurationHistogram::Add(int64_t ms) {
+  if (ms < 0) return;
+  const int64_t index = std::min<int64_t>(ms / kBucketMs, kBuckets - 1);
+  ++buckets_[static_cast<size_t>(index)];
+  ++count_;
+}
+
+void DurationHistogram::Merge(const DurationHistogram& other) {
+  for (int i = 0; i < kBuckets; ++i) buckets_[i] += other.buckets_[i];
+  count_ += other.count_;
+}
+
+int64_t DurationHistogram::Percentile(double fraction) const {
+  if (count_ == 0) return -1;
+  const uint64_t rank = std::max<uint64_t>(1, static_cast<uint64_t>(std::ceil(fraction * count_)));
+  uint64_t seen = 0;
+  for (int i = 0; i < kBuckets; ++i) {
+    seen += buckets_[i];
+    if (seen >= rank) return i * kBucketMs;
+  }
+  return (kBuckets - 1) * kBucketMs;
+}
+
+Cause VersionStats::TopCause() const {
+  Cause top = Cause::kNone;
+  for (int c = 1; c < kCauses; ++c) {
+    if (causes[c] > 0 && (top == Cause::kNone || causes[c] > causes[static_cast<int>(top)])) {
+      top = static_cast<Cause>(c);
+    }
+  }
+  return top;
+}
+
+const char* BandName(Band band) {
+  return band == Band::kGreen ? "green" : band == Band::kAmber ? "amber" : "red";
+}
+
+const char* ConfidenceName(Confidence confidence) {
+  return confidence == Confidence::kHigh ? "high" : confidence == Confidence::kMedium ? "medium" : "low";
+}
+
+void FleetSummary::KeepExample(std::string* slot, std::string_view file) {
+  if (slot->empty() || file < *slot) slot->assign(file.data(), file.size());
+}
+
+VersionStats& FleetSummary::VersionSlot(const std::string& target) {
+  auto found = versions.find(target);
+  if (found != versions.end()) return found->second;
+  if (versions.size() >= kMaxVersions) return versions[kOtherTargets];
+  return versions[target];
+}
+
+void FleetSummary::Add(const RunRecord& r, std::string_view file) {
+  ++runs;
+  ++byKind[static_cast<int>(r.kind)][static_cast<int>(r.outcome)];
+  if (r.cause != Cause::kNone) {
+    ++causes[static_cast<int>(r.cause)];
+    KeepExample(&examples[static_cast<int>(r.cause)], file);
+  }
+  if (r.kind == Kind::kUnreadable) {
+    std::string name(file);
+    auto at = std::lower_bound(unreadable.begin(), unreadable.end(), name);
+    if (at == unreadable.end() || *at != name) unreadable.insert(at, name);
+    if (unreadable.size() > kUnreadableExamples) unreadable.pop_back();
+  }
+  if (r.kind != Kind::kUpdate) return;
+  if (r.outcome == Outcome::kSuccess) durations.Add(r.totalMs);
+  if (r.outcome == Outcome::kInterrupted) ++steps[static_cast<int>(r.lastStep)];
+  VersionStats& v = VersionSlot(r.forceTarget ? *r.forceTarget : kNoTarget);
+  ++v.runs;
+  ++v.outcomes[static_cast<int>(r.outcome)];
+  ++v.causes[static_cast<int>(r.cause)];
+}
+
+void FleetSummary::Merge(const FleetSummary& o) {
+  runs += o.runs;
+  for (int k = 0; k < kKinds; ++k) {
+    for (int x = 0; x < kOutcomes; ++x) byKind[k][x] += o.byKind[k][x];
+  }
+  for (int c = 0; c < kCauses; ++c) {
+    causes[c] += o.causes[c];
+    if (!o.examples[c].empty()) KeepExample(&examples[c], o.examples[c]);
+  }
+  durations.Merge(o.durations);
+  for (const auto& [target, theirs] : o.versions) {
+    VersionStats& v = VersionSlot(target);
+    v.runs += theirs.runs;
+    for (int x = 0; x < kOutcomes; ++x) v.outcomes[x] += theirs.outcomes[x];
+    for (int c = 0; c < kCauses; ++c) v.causes[c] += theirs.causes[c];
+  }
+  for (int s = 0; s < kSteps; ++s) steps[s] += o.steps[s];
+  std::vector<std::string> names = unreadable;
+  names.insert(names.end(), o.unreadable.begin(), o.unreadable.end());
+  std::sort(names.begin(), names.end());
+  names.erase(std::unique(names.begin(), names.end()), names.end());
+  if (names.size() > kUnreadableExamples) names.resize(kUnreadableExamples);
+  unreadable = names;
+}
+
+uint64_t FleetSummary::KindTotal(Kind kind) const {
+  uint64_t total = 0;
+  for (int x = 0; x < kOutcomes; ++x) total += byKind[static_cast<int>(kind)][x];
+  return total;
+}
+
+uint64_t FleetSummary::Updates(Outcome outcome) const {
+  return byKind[static_cast<int>(Kind::kUpdate)][static_cast<int>(outcome)];
+}
+
+uint64_t FleetSummary::Conclusive() const {
+  return Updates(Outcome::kSuccess) + Updates(Outcome::kFailure) + Updates(Outcome::kInterrupted);
+}
+
+double FleetSummary::SuccessRate() const {
+  const uint64_t conclusive = Conclusive();
+  return conclusive == 0 ? -1.0 : 100.0 * Updates(Outcome::kSuccess) / conclusive;
+}
+
+Band FleetSummary::RateBand() const {
+  const double rate = SuccessRate();
+  return rate >= 95.0 ? Band::kGreen : rate >= 80.0 ? Band::kAmber : Band::kRed;
+}
+
+Confidence FleetSummary::RateConfidence() const {
+  const uint64_t conclusive = Conclusive();
+  return conclusive >= 1000 ? Confidence::kHigh : conclusive >= 100 ? Confidence::kMedium : Confidence::kLow;
+}
+
+uint64_t FleetSummary::RunsWithCause() const {
+  uint64_t total = 0;
+  for (int c = 1; c < kCauses; ++c) total += causes[c];
+  return total;
+}
+
+std::vector<Cause> FleetSummary::RankedCauses() const {
+  std::vector<Cause> ranked;
+  for (int c = 1; c < kCauses; ++c) {
+    if (causes[c] > 0) ranked.push_back(static_cast<Cause>(c));
+  }
+  std::stable_sort(ranked.begin(), ranked.end(), [&](Cause a, Cause b) {
+    return causes[static_cast<int>(a)] > causes[static_cast<int>(b)];
+  });
+  return ranked;
+}
+
+}  // namespace calder::report

@@ -1,0 +1,246 @@
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "report/fleet_reader.h"
+#include "report/line_reader.h"
+#include "report/record_json.h"
+#include "report/run_classifier.h"
+#include "tools/fleet/scenarios.h"
+
+namespace calder::report {
+namespace {
+
+namespace fs = std::filesystem;
+using Lines = std::vector<std::string>;
+
+fs::path Scratch() {
+  const fs::path dir = fs::temp_directory_path() / ("calder-report-test-" + std::to_string(::getpid()));
+  fs::create_directories(dir);
+  return dir;
+}
+
+// The log calder.exe writes in a scenario, on the device models.
+Lines ScenarioLog(const std::string& name) {
+  const fleet::Scenario* scenario = fleet::FindScenario(name);
+  EXPECT_NE(scenario, nullptr) << name;
+  fleet::SimulatedMachine machine(Scratch());
+  fleet::UseForceVersion(machine, 3);
+  scenario->arrange(machine);
+  return machine.Run(scenario->args);
+}
+
+std::string Joined(const Lines& lines, const char* end) {
+  std::string text;
+  for (const std::string& line : lines) text += line + end;
+  return text;
+}
+
+// Classified as calder-report reads a file: in chunks, line by line.
+RunRecord ClassifyFile(const std::string& text) {
+  const fs::path file = Scratch() / "Calder_case.log";
+  std::ofstream(file, std::ios::binary | std::ios::trunc) << text;
+  InputFile input;
+  LineReader reader;
+  RunClassifier classifier;
+  std::string reason;
+  EXPECT_TRUE(input.Open(file, &reason)) << reason;
+  EXPECT_TRUE(reader.ForEachLine(input, [&](std::string_view line, bool whole) { classifier.Feed(line, whole); }, &reason));
+  return classifier.Finish();
+}
+
+// The log up to and including the first line that contains text.
+Lines CutAfter(const Lines& log, const std::string& text) {
+  for (size_t i = 0; i < log.size(); ++i) {
+    if (log[i].find(text) != std::string::npos) return Lines(log.begin(), log.begin() + i + 1);
+  }
+  ADD_FAILURE() << "no line with " << text;
+  return log;
+}
+
+struct FaultCase {
+  const char* scenario;
+  Kind kind;
+  Outcome outcome;
+  Cause cause;
+  const char* evidence;  // a part of it; null: none
+  int attempts;
+};
+
+TEST(ReportClassifier, EachFaultOfTheProductGetsItsCause) {
+  const FaultCase cases[] = {
+      {"success", Kind::kUpdate, Outcome::kSuccess, Cause::kNone, nullptr, 1},
+      {"calibration-rescue", Kind::kUpdate, Outcome::kSuccess, Cause::kNone, nullptr, 1},
+      {"connect-retried", Kind::kUpdate, Outcome::kSuccess, Cause::kNone, nullptr, 2},
+      {"com-init", Kind::kUpdate, Outcome::kFailure, Cause::kComInit, "-2147417850", 0},
+      {"tp-library", Kind::kUpdate, Outcome::kFailure, Cause::kTpLibrary, "btl_upgrade.dll", 0},
+      {"tp-init", Kind::kUpdate, Outcome::kFailure, Cause::kTpInit, "error code: -3", 0},
+      {"tp-no-file", Kind::kUpdate, Outcome::kFailure, Cause::kTpFirmware, "Upgrading from:", 0},
+      {"tp-empty-file", Kind::kUpdate, Outcome::kFailure, Cause::kTpFirmware, "file size == 0", 0},
+      {"tp-upgrade", Kind::kUpdate, Outcome::kFailure, Cause::kTpUpgrade, "%d 7", 0},
+      {"tp-checksum", Kind::kUpdate, Outcome::kFailure, Cause::kTpChecksum, "Upgrade checksum failed!", 0},
+      {"tp-checksum-read", Kind::kUpdate, Outcome::kFailure, Cause::kTpChecksum, "Get checksum failed: -1", 0},
+      {"force-library", Kind::kUpdate, Outcome::kFailure, Cause::kForceLibrary, "no HID bridge", 0},
+      {"force-open", Kind::kUpdate, Outcome::kFailure, Cause::kForceOpen, "Open device fail: 7", 0},
+      {"force-no-file", Kind::kUpdate, Outcome::kFailure, Cause::kForceFirmware, "LoadFile failed", 3},
+      {"force-connect", Kind::kUpdate, Outcome::kFailure, Cause::kForceConnect, "connect error : 4", 3},
+      {"force-write", Kind::kUpdate, Outcome::kFailure, Cause::kForceWrite, "Error 5", 3},
+      {"force-version", Kind::kUpdate, Outcome::kFailure, Cause::kForceVersion, "upgrade failed", 3},
+      {"force-checksum", Kind::kUpdate, Outcome::kFailure, Cause::kForceChecksum, "checksum check failed", 1},
+      {"version", Kind::kVersion, Outcome::kSuccess, Cause::kNone, nullptr, 0},
+      {"version-read", Kind::kVersion, Outcome::kFailure, Cause::kVersionRead, "err: open force device fail", 0},
+      {"no-argument", Kind::kNone, Outcome::kNone, Cause::kNone, nullptr, 0},
+      {"invalid-input", Kind::kNone, Outcome::kNone, Cause::kNone, nullptr, 0},
+      {"another-instance", Kind::kUpdate, Outcome::kRefused, Cause::kAnotherInstance, "another update", 0},
+      {"battery-low", Kind::kUpdate, Outcome::kRefused, Cause::kBatteryLow, "12 % on battery", 0},
+  };
+  for (const FaultCase& c : cases) {
+    SCOPED_TRACE(c.scenario);
+    const RunRecord r = ClassifyFile(Joined(ScenarioLog(c.scenario), "\r\n"));
+    EXPECT_STREQ(KindCode(r.kind), KindCode(c.kind));
+    EXPECT_EQ(OutcomeCode(r.outcome) == nullptr ? "null" : OutcomeCode(r.outcome),
+              std::string(OutcomeCode(c.outcome) == nullptr ? "null" : OutcomeCode(c.outcome)));
+    EXPECT_EQ(r.cause, c.cause) << (CauseCode(r.cause) ? CauseCode(r.cause) : "null");
+    if (c.evidence == nullptr) {
+      EXPECT_FALSE(r.evidence.has_value()) << *r.evidence;
+    } else {
+      EXPECT_NE(r.evidence.value_or("").find(c.evidence), std::string::npos) << r.evidence.value_or("(none)");
+    }
+    EXPECT_EQ(r.forceAttempts, c.attempts);
+    EXPECT_EQ(r.calibrationRescue, std::string(c.scenario) == "calibration-rescue");
+  }
+}
+
+TEST(ReportClassifier, ForceVersionsAndPhaseTimesOfAGoodUpdate) {
+  const RunRecord r = ClassifyFile(Joined(ScenarioLog("success"), "\n"));
+  EXPECT_EQ(r.forceBefore.value_or("null"), "1.0.1.9");
+  EXPECT_EQ(r.forceTarget.value_or("null"), "1.0.2.3");
+  EXPECT_EQ(r.forceAfter.value_or("null"), "1.0.2.3");
+  EXPECT_EQ(r.started.value_or(""), "2026-04-22T09:30:15.000");
+  EXPECT_EQ(r.touchpadMs, 3000);  // the pause after the BIOS reset
+  EXPECT_GT(r.forceMs, 10000);
+  EXPECT_EQ(r.totalMs, r.touchpadMs + r.forceMs);
+  // An empty current version (the query failed) is null.
+  const RunRecord open = ClassifyFile(Joined(ScenarioLog("version-read"), "\n"));
+  EXPECT_FALSE(open.forceBefore.has_value());
+}
+
+struct CutCase {
+  const char* scenario;
+  const char* lastLine;
+  Step step;
+  Cause cause;
+  int writePercent;
+};
+
+TEST(ReportClassifier, ACutOffLogTellsWhereTheUpdateStopped) {
+  const CutCase cases[] = {
+      {"success", "can not find window", Step::kStart, Cause::kInterrupted, -1},
+      {"success", "---start tp update---", Step::kBiosReset, Cause::kInterrupted, -1},
+      {"success", "Initialized successfully.", Step::kTouchpad, Cause::kInterrupted, -1},
+      {"success", "Open device success", Step::kForceOpen, Cause::kInterrupted, -1},
+      {"success", "progress: 55", Step::kForceWrite, Cause::kInterrupted, 55},
+      {"success", "upgrade finish ret = 0", Step::kForceVerify, Cause::kInterrupted, 99},
+      {"success", "upgrade success", Step::kForceReadback, Cause::kInterrupted, 99},
+      {"calibration-rescue", "checksum check failed", Step::kCalibration, Cause::kInterrupted, 99},
+      // A retry that was cut: the attempt before it does not decide.
+      {"connect-retried", ">> retry upgrade force firmware:2", Step::kForceWrite, Cause::kInterrupted, -1},
+      // The failure was logged before the cut.
+      {"tp-init", "tp update failed", Step::kTouchpad, Cause::kTpInit, -1},
+  };
+  for (const CutCase& c : cases) {
+    SCOPED_TRACE(std::string(c.scenario) + " / " + c.lastLine);
+    const RunRecord r = ClassifyFile(Joined(CutAfter(ScenarioLog(c.scenario), c.lastLine), "\r\n"));
+    EXPECT_EQ(r.kind, Kind::kUpdate);
+    EXPECT_EQ(r.outcome, Outcome::kInterrupted);
+    EXPECT_EQ(r.cause, c.cause);
+    EXPECT_STREQ(StepCode(r.lastStep), StepCode(c.step));
+    EXPECT_EQ(r.writePercent, c.writePercent);
+  }
+}
+
+TEST(ReportClassifier, DamageAroundTheLinesChangesNothingThatIsStillThere) {
+  const Lines log = ScenarioLog("force-connect");
+  std::string junk = "\x7f" "ELF\x01\x02\0\0\xff\xfe binary";
+  junk.push_back('\0');
+  const std::string megabyte(1 << 20, 'x');
+  std::string mixed;
+  for (size_t i = 0; i < log.size(); ++i) {
+    mixed += log[i] + (i % 2 ? "\r\n" : "\n");
+    if (i == 3) mixed += junk + "\n" + megabyte + "\n" + megabyte.substr(0, 5) + "\xc3\x28 bad utf-8\n";
+  }
+  EXPECT_EQ(ClassifyFile(mixed).cause, Cause::kForceConnect);
+
+  // Cut inside the last line: "main returned: 1" is gone, the failure stays;
+  // "main returned: " without its number is no result.
+  const std::string whole = Joined(log, "\n");
+  const RunRecord cut = ClassifyFile(whole.substr(0, whole.size() - 6));
+  EXPECT_EQ(cut.outcome, Outcome::kInterrupted);
+  EXPECT_EQ(cut.cause, Cause::kForceConnect);
+  const std::string good = Joined(ScenarioLog("success"), "\r\n");
+  EXPECT_EQ(ClassifyFile(good.substr(0, good.size() - 3)).outcome, Outcome::kInterrupted);
+
+  // The session ended under the update: the process went with it.
+  Lines ended = ScenarioLog("success");
+  const std::string& last = ended.back();
+  ended.insert(ended.end() - 1, last.substr(0, last.find(": ") + 2) + kSessionEndingText);
+  const RunRecord session = ClassifyFile(Joined(ended, "\r\n"));
+  EXPECT_EQ(session.outcome, Outcome::kInterrupted);
+  EXPECT_EQ(session.evidence.value_or(""), kSessionEndingText);
+
+  for (const std::string& notALog : {std::string(), junk, megabyte, std::string("Current version: x\n")}) {
+    const RunRecord r = ClassifyFile(notALog);
+    EXPECT_EQ(r.kind, Kind::kUnreadable);
+    EXPECT_EQ(r.outcome, Outcome::kNone);
+  }
+}
+
+TEST(ReportFleet, RecordsReadBackAndOddFilesAreCountedNotFatal) {
+  const fs::path fleet = Scratch() / "fleet";
+  fs::remove_all(fleet);
+  fs::create_directories(fleet / "a");
+  std::ofstream(fleet / "a" / "Calder_1.log") << Joined(ScenarioLog("success"), "\r\n");
+  std::ofstream(fleet / "Calder_2\xe9.log") << Joined(ScenarioLog("force-open"), "\n");
+  std::ofstream(fleet / "Calder_3.log") << "\x01\x02 not a log";
+  std::ofstream(fleet / "other.log") << Joined(ScenarioLog("success"), "\n");  // not a run log name
+  const fs::path pipe = Scratch() / "Calder_pipe.log";
+  fs::remove(pipe);
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+
+  const fs::path records = Scratch() / "records.ndjson";
+  std::FILE* out = std::fopen(records.c_str(), "wb");
+  std::FILE* err = std::tmpfile();
+  const FleetRead read = ReadFleet({fleet.string(), pipe.string()}, true, out, err);
+  std::fclose(out);
+  std::fclose(err);
+  EXPECT_EQ(read.inputsRead, 3u);
+  EXPECT_EQ(read.inputsFailed, 1u);  // the pipe: listed, counted, the run went on
+  EXPECT_EQ(read.summary.runs, 4u);
+  EXPECT_EQ(read.summary.KindTotal(Kind::kUnreadable), 2u);
+  EXPECT_EQ(read.summary.causes[static_cast<int>(Cause::kForceOpen)], 1u);
+  EXPECT_EQ(read.summary.examples[static_cast<int>(Cause::kForceOpen)], (fleet / "Calder_2\xe9.log").string());
+
+  // The records of one shard report the same fleet again; a name's bytes
+  // that are not UTF-8 come back read as Latin-1.
+  const FleetRead again = ReadFleet({records.string()}, false, stdout, stderr);
+  EXPECT_EQ(again.summary.runs, 4u);
+  EXPECT_EQ(again.summary.Updates(Outcome::kSuccess), 1u);
+  EXPECT_EQ(again.summary.examples[static_cast<int>(Cause::kForceOpen)],
+            (fleet / "Calder_2\xc3\xa9.log").string());
+  EXPECT_EQ(again.summary.durations.Percentile(0.5), read.summary.durations.Percentile(0.5));
+  std::ifstream lines(records);
+  std::string line;
+  RunRecord record;
+  std::string file;
+  while (std::getline(lines, line)) EXPECT_TRUE(ParseRecordJson(line, &record, &file)) << line;
+  fs::remove_all(Scratch());
+}
+
+}  // namespace
+}  // namespace calder::report

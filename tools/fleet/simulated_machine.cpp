@@ -1,0 +1,107 @@
+#include "tools/fleet/simulated_machine.h"
+
+#include <fstream>
+#include <system_error>
+
+#include "base/firmware_discovery.h"
+#include "check/console_silencer.h"
+#include "driver/calder.h"
+#include "platform/environment.h"
+#include "sim/protocol_violations.h"
+#include "tools/fleet/log_writer.h"
+
+namespace calder::fleet {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kTouchpadFileName[] = "tp_fw.bin";
+
+std::string Pattern(size_t size, int step, int offset, int modulus) {
+  std::string bytes(size, '\0');
+  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * step + offset) % modulus + 1);
+  return bytes;
+}
+
+}  // namespace
+
+std::string TouchpadImage() { return Pattern(0x4000, 13, 5, 255); }
+std::string ForceImage() { return Pattern(0x6000 - 24, 7, 1, 251); }
+
+SimulatedMachine::SimulatedMachine(fs::path stage) : stage_(std::move(stage)) {
+  // The program joins its paths with "\": where that is no separator, each
+  // firmware file is one file of the stage named as the program opens it.
+  moduleDir_ = (stage_ / "calder").string();
+  touchpadImage = TouchpadImage();
+  forceImage = ForceImage();
+}
+
+std::u16string SimulatedMachine::ModulePathW() {
+  const std::string narrow = ModulePathA();
+  return std::u16string(narrow.begin(), narrow.end());
+}
+
+bool SimulatedMachine::ListFolder(const std::string& pattern,
+                                  const std::function<bool(const FolderEntry&)>& visit) {
+  const std::string tp = JoinFolderAndName(moduleDir_ + kTouchpadFirmwareFolder, "*");
+  const std::string force = JoinFolderAndName(moduleDir_ + kForceFirmwareFolder, "*");
+  std::optional<std::string> name;
+  if (pattern == tp && touchpadImage) name = kTouchpadFileName;
+  if (pattern == force && forceImage) name = forceFileName;
+  if (!name) return false;
+  visit(FolderEntry{*name, false});
+  return true;
+}
+
+void SimulatedMachine::StageFiles() {
+  const auto put = [&](const char* folder, const std::string& name, const std::optional<std::string>& bytes) {
+    if (!bytes) return;
+    std::ofstream file(JoinFolderAndName(moduleDir_ + folder, name), std::ios::binary | std::ios::trunc);
+    file.write(bytes->data(), static_cast<std::streamsize>(bytes->size()));
+  };
+  put(kTouchpadFirmwareFolder, kTouchpadFileName, touchpadImage);
+  put(kForceFirmwareFolder, forceFileName, forceImage);
+}
+
+std::vector<std::string> SimulatedMachine::Run(const std::vector<std::string>& args) {
+  StageFiles();
+  Environment env;
+  env.clock = &clock;
+  env.files = this;
+  env.process = this;
+  env.com = this;
+  env.bridge = bridgeLibraryInstalled ? &sensor : nullptr;
+  env.upgrade = upgradeLibraryInstalled ? &touchpad : nullptr;
+  env.hid = &touch;
+  env.wmi = &bios;
+  ScopedEnvironment scope(env);
+
+  LogWriter log(clock, start);
+  // What WinMain logs around the driver (the Win32 entry itself does not
+  // run here): its version line, the window-mode helper line, then
+  // main's result from the worker.
+  log.AddEntryLine(std::string(kCurrentVersionLine) + kToolVersion);
+  const bool versionQuery = args.size() == 1 && args[0] == "--version";
+  if (!entryRefusal.empty()) {
+    for (const auto& [level, message] : entryRefusal) log.AddEntryLine(message, level);
+    result_ = 1;
+    return log.lines();
+  }
+  if (!versionQuery) log.AddEntryLine(kHelperMissingLine);
+  std::vector<std::string> argv = {"calder.exe"};
+  argv.insert(argv.end(), args.begin(), args.end());
+  std::vector<char*> pointers;
+  for (std::string& arg : argv) pointers.push_back(&arg[0]);
+  pointers.push_back(nullptr);
+  {
+    check::ConsoleSilencer quiet;
+    result_ = calder::main(static_cast<int>(argv.size()), pointers.data());
+  }
+  if (!versionQuery) log.AddEntryLine(kMainReturnedLine + std::to_string(result_));
+  // Faults are on purpose here: what the models refused is other tests' concern.
+  sim::TakeViolations();
+  return log.lines();
+}
+
+}  // namespace calder::fleet

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "check/behaving_bios.h"
+#include "platform/clock.h"
+#include "platform/com_runtime.h"
+#include "platform/file_system.h"
+#include "platform/process_info.h"
+#include "sim/force_sensor.h"
+#include "sim/touch_device.h"
+#include "sim/touchpad_controller.h"
+
+namespace calder::fleet {
+
+// A laptop for one run of calder.exe: the device models on a virtual clock,
+// the firmware files beside the executable, COM and the BIOS. Callers set
+// faults on the public members, then Run.
+class SimulatedMachine : public FileSystem, public ProcessInfo, public ComRuntime {
+ public:
+  // Firmware files are written under stage, which must exist.
+  explicit SimulatedMachine(std::filesystem::path stage);
+
+  VirtualClock clock;
+  sim::ForceSensor sensor{clock};
+  sim::TouchpadController touchpad;
+  sim::TouchDevice touch{clock};
+  check::BehavingBios bios;
+  bool upgradeLibraryInstalled = true;
+  bool bridgeLibraryInstalled = true;
+  long comResult = 0;
+  std::optional<std::string> touchpadImage;  // none: an empty TP folder
+  std::string forceFileName = "1.0.2.3.bin";
+  std::optional<std::string> forceImage;     // none: an empty Force folder
+  LocalTime start{2026, 4, 22, 9, 30, 15};
+  // Lines the entry logs before it starts the driver, e.g. a refusal: then
+  // the driver does not run.
+  std::vector<std::pair<std::string, std::string>> entryRefusal;  // level, message
+
+  // calder.exe with these arguments (after the program name) in window mode:
+  // the entry's lines, the driver, "main returned: ". The log file's lines.
+  std::vector<std::string> Run(const std::vector<std::string>& args);
+  int result() const { return result_; }
+
+  // FileSystem: firmware folders from the members above; writes succeed.
+  bool MakeFolder(const std::string&) override { return true; }
+  bool WriteNewFile(const std::string&, const void*, size_t) override { return true; }
+  bool RemoveFile(const std::string&) override { return true; }
+  bool ListFolder(const std::string& pattern, const std::function<bool(const FolderEntry&)>& visit) override;
+  PathFacts Inspect(const std::string&) override { return {true, false, PathOwner::kSystemOrAdministrators}; }
+  // ProcessInfo
+  std::string ModulePathA() override { return moduleDir_ + "\\calder.exe"; }
+  std::u16string ModulePathW() override;
+  LocalTime Now() override { return start; }
+  unsigned long ProcessId() override { return 4812; }
+  // ComRuntime
+  long InitializeMultithreaded() override { return comResult; }
+  void Uninitialize() override {}
+
+ private:
+  void StageFiles();
+  std::filesystem::path stage_;
+  std::string moduleDir_;
+  int result_ = -1;
+};
+
+// The default firmware: a 16 KiB touchpad image and a force image of 24 KiB
+// less a few bytes, both with non-zero patterns.
+std::string TouchpadImage();
+std::string ForceImage();
+
+}  // namespace calder::fleet
