@@ -69,7 +69,8 @@ class Result:
 
 
 class Stage:
-    """A folder holding calder.exe and whatever a case puts beside it."""
+    """A folder holding calder.exe and rlottie.dll, which it imports, and
+    whatever a case puts beside them."""
 
     def __init__(self, name):
         self.dir = BUILD / "e2e" / name
@@ -79,6 +80,7 @@ class Stage:
         self.exe = self.dir / "calder.exe"
         self.cwd = self.dir  # the folder calder.exe is started from
         shutil.copy2(BUILD / "calder.exe", self.exe)
+        shutil.copy2(BUILD / "rlottie.dll", self.dir / "rlottie.dll")
 
     def add(self, relative, data=b""):
         path = self.dir / relative
