@@ -6,7 +6,7 @@ build=$1
 stage=$build/bench-window
 rm -rf "$stage"
 mkdir -p "$stage"
-cp "$build/window_cost.exe" "$build/loading_dark.json" "$stage/"
+cp "$build/window_cost.exe" "$build/rlottie.dll" "$build/loading_dark.json" "$stage/"
 cd "$stage"
 start=$(date +%s%N)
 wine window_cost.exe

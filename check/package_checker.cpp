@@ -1,5 +1,7 @@
 #include "check/package_checker.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
@@ -8,9 +10,13 @@
 
 #include "base/firmware_discovery.h"
 #include "check/animation_check.h"
+#include "check/authenticode.h"
 #include "check/force_image_plan.h"
 #include "check/package_machine.h"
+#include "check/package_manifest.h"
 #include "check/pe_reader.h"
+#include "check/sha256.h"
+#include "check/system_libraries.h"
 #include "platform/bridge_library.h"
 #include "platform/environment.h"
 #include "platform/upgrade_library.h"
@@ -24,6 +30,9 @@ namespace {
 
 const char kProgramFile[] = "calder.exe";
 const char kAnimationFile[] = "loading_dark.json";
+const char kNoticesFile[] = "THIRD-PARTY-NOTICES.txt";
+// What Windows would load as a program or library, by the name's extension.
+const char* const kPeExtensions[] = {".exe", ".dll"};
 // Any folder the program's paths are built under; mapped to the package.
 const char kModuleDir[] = "C:\\package";
 
@@ -51,6 +60,29 @@ std::vector<uint8_t> ReadAll(const fs::path& path) {
   return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+bool IsPeName(const std::string& path) {
+  std::string lower;
+  for (const char ch : path) lower += static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+  return std::any_of(std::begin(kPeExtensions), std::end(kPeExtensions), [&](const char* extension) {
+    const std::string ext = extension;
+    return lower.size() > ext.size() && lower.compare(lower.size() - ext.size(), ext.size(), ext) == 0;
+  });
+}
+
+// Every regular file below the folder, as relative paths with forward
+// slashes, in byte order.
+std::vector<std::string> FilesBelow(const fs::path& dir) {
+  std::vector<std::string> paths;
+  std::error_code error;
+  for (fs::recursive_directory_iterator it(dir, fs::directory_options::skip_permission_denied, error), end;
+       !error && it != end; it.increment(error)) {
+    std::error_code typeError;
+    if (it->is_regular_file(typeError)) paths.push_back(it->path().lexically_relative(dir).generic_u8string());
+  }
+  std::sort(paths.begin(), paths.end());
+  return paths;
+}
+
 // Windows finds a file whatever the case of its name.
 fs::path FindInPackage(const fs::path& dir, const std::string& name) {
   std::error_code error;
@@ -69,12 +101,26 @@ class Checker {
 
   PackageReport Run() {
     CheckProgram();
-    for (const VendorLibrary& library : kVendorLibraries) CheckLibrary(library);
+    for (const VendorLibrary& library : kVendorLibraries) {
+      const std::string name = Narrow(library.file);
+      CheckLibrary(name, std::vector<std::string>(library.entryPoints, library.entryPoints + library.entryCount),
+                   " lacks the entry point ", " that calder.exe binds");
+    }
+    for (const ImportedLibrary& library : program_.imports) {
+      if (IsWindowsSystemLibrary(library.name)) continue;
+      CheckLibrary(library.name, library.entries, " does not export ", ", which calder.exe imports from it");
+    }
     CheckTouchpad();
     CheckForce();
     const std::string animation = AnimationProblem(FindInPackage(dir_, kAnimationFile));
     if (!animation.empty()) {
       Warn("animation-unusable", kAnimationFile, std::string(kAnimationFile) + " " + animation);
+    }
+    CheckFiles();
+    const fs::path notices = FindInPackage(dir_, kNoticesFile);
+    std::error_code error;
+    if (!fs::is_regular_file(notices, error) || fs::file_size(notices, error) == 0) {
+      Warn("notices-missing", kNoticesFile, std::string(kNoticesFile) + " is missing or empty");
     }
     report_.prediction = PredictUpdate(dir_);
     return std::move(report_);
@@ -99,16 +145,17 @@ class Checker {
     const fs::path file = FindInPackage(dir_, kProgramFile);
     if (file.empty()) return Error("program-missing", kProgramFile, "calder.exe is missing");
     const std::vector<uint8_t> bytes = ReadAll(file);
-    const PeImage image = ReadPeImage(bytes.data(), bytes.size());
-    if (!IsWindows64GuiProgram(image)) {
+    program_ = ReadPeImage(bytes.data(), bytes.size());
+    if (!IsWindows64GuiProgram(program_)) {
       Error("program-missing", kProgramFile,
             "calder.exe is not a 64-bit Windows GUI program" +
-                (image.valid ? std::string() : " (" + image.problem + ")"));
+                (program_.valid ? std::string() : " (" + program_.problem + ")"));
     }
   }
 
-  void CheckLibrary(const VendorLibrary& library) {
-    const std::string name = Narrow(library.file);
+  // A library calder.exe needs beside it, with the names it takes from it.
+  void CheckLibrary(const std::string& name, const std::vector<std::string>& entries, const char* lacks,
+                    const char* how) {
     const fs::path file = FindInPackage(dir_, name);
     if (file.empty()) return Error("library-missing", name, name + " is missing");
     const std::vector<uint8_t> bytes = ReadAll(file);
@@ -117,13 +164,44 @@ class Checker {
       return Error("library-missing", name, name + " is not a 64-bit Windows DLL" +
                                                 (image.valid ? std::string() : " (" + image.problem + ")"));
     }
-    for (size_t i = 0; i < library.entryCount; ++i) {
-      const std::string entry = library.entryPoints[i];
-      if (!Exports(image, entry)) {
-        Error("library-entry-missing", name,
-              name + " lacks the entry point " + entry + " that calder.exe binds");
-      }
+    for (const std::string& entry : entries) {
+      if (!Exports(image, entry)) Error("library-entry-missing", name, name + lacks + entry + how);
     }
+  }
+
+  // Hashes every shipped file, checks the signature of each program and
+  // library, and compares the manifests with what is there.
+  void CheckFiles() {
+    std::string sums;
+    std::string sbom;
+    bool haveSums = false;
+    bool haveSbom = false;
+    for (const std::string& path : FilesBelow(dir_)) {
+      const std::vector<uint8_t> bytes = ReadAll(dir_ / fs::u8path(path));
+      if (path == kSumsFile) {
+        sums.assign(bytes.begin(), bytes.end());
+        haveSums = true;
+        continue;
+      }
+      if (path == kSbomFile) {
+        sbom.assign(bytes.begin(), bytes.end());
+        haveSbom = true;
+      }
+      ShippedFile file{path, Sha256Hex(bytes.data(), bytes.size()), false};
+      if (IsPeName(path)) {
+        const Signature signature = CheckSignature(bytes.data(), bytes.size());
+        file.isSigned = signature.state == SignatureState::kValid;
+        if (signature.state == SignatureState::kUnsigned) {
+          Warn("unsigned", path, path + " carries no Authenticode signature");
+        } else if (signature.state == SignatureState::kInvalid) {
+          Error("signature-invalid", path, path + "'s signature does not hold: " + signature.problem);
+        }
+      }
+      report_.files.push_back(file);
+    }
+    const std::vector<Finding> manifest =
+        CheckManifests({haveSums ? &sums : nullptr, haveSbom ? &sbom : nullptr}, report_.files);
+    report_.findings.insert(report_.findings.end(), manifest.begin(), manifest.end());
   }
 
   // The file the program takes from a firmware folder, with the findings
@@ -203,6 +281,7 @@ class Checker {
   }
 
   fs::path dir_;
+  PeImage program_;
   PackageMachine machine_;
   Environment env_;
   ScopedEnvironment scope_;

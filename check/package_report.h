@@ -38,8 +38,16 @@ struct ForceSection {
   std::optional<int> readbackChunks;
 };
 
+// One file as it ships: every regular file but SHA256SUMS.
+struct ShippedFile {
+  std::string path;  // relative, forward slashes
+  std::string sha256;
+  bool isSigned = false;  // a PE file whose signature still matches it
+};
+
 struct PackageReport {
   std::vector<Finding> findings;
+  std::vector<ShippedFile> files;  // sorted by path
   std::optional<TouchpadSection> touchpad;
   std::optional<ForceSection> force;
   UpdatePrediction prediction;

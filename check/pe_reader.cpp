@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "check/le_bytes.h"
+
 namespace calder::check {
 
 namespace {
@@ -10,46 +12,15 @@ constexpr size_t kDosNewHeaderOffset = 0x3C;
 constexpr size_t kCoffHeaderSize = 20;
 constexpr size_t kSectionHeaderSize = 40;
 constexpr size_t kExportDirectorySize = 40;
+constexpr size_t kImportDescriptorSize = 20;
+constexpr size_t kChecksumOffset = 64;   // same in PE32 and PE32+
 constexpr size_t kSubsystemOffset = 68;  // same in PE32 and PE32+
 constexpr size_t kDirectoryCountOffset32 = 92;
 constexpr size_t kDirectoryCountOffset64 = 108;
 // Far more than any real library has; a forged count must not make us spin.
 constexpr uint32_t kMaxExportNames = 65536;
-constexpr size_t kMaxNameLength = 1024;
-
-// Little-endian reads that fail instead of leaving the buffer.
-class Bytes {
- public:
-  Bytes(const uint8_t* data, size_t size) : data_(data), size_(size) {}
-  bool Has(size_t offset, size_t count) const {
-    return offset <= size_ && count <= size_ - offset;
-  }
-  bool U16(size_t offset, uint16_t* out) const {
-    if (!Has(offset, 2)) return false;
-    *out = static_cast<uint16_t>(data_[offset] | data_[offset + 1] << 8);
-    return true;
-  }
-  bool U32(size_t offset, uint32_t* out) const {
-    if (!Has(offset, 4)) return false;
-    *out = 0;
-    for (int i = 3; i >= 0; --i) *out = *out << 8 | data_[offset + static_cast<size_t>(i)];
-    return true;
-  }
-  // A NUL-terminated name that ends inside the buffer.
-  bool Name(size_t offset, std::string* out) const {
-    if (offset >= size_) return false;
-    const size_t limit = std::min(size_ - offset, kMaxNameLength);
-    const uint8_t* begin = data_ + offset;
-    const uint8_t* end = std::find(begin, begin + limit, uint8_t{0});
-    if (end == begin + limit) return false;
-    out->assign(begin, end);
-    return true;
-  }
-
- private:
-  const uint8_t* data_;
-  size_t size_;
-};
+constexpr uint32_t kMaxImportLibraries = 4096;
+enum DirectoryIndex : uint32_t { kExportDirectory = 0, kImportDirectory = 1, kCertificateDirectory = 4 };
 
 struct Section {
   uint32_t virtualAddress = 0;
@@ -77,7 +48,7 @@ PeImage Invalid(const char* problem) {
   return image;
 }
 
-bool ReadSections(const Bytes& bytes, size_t at, uint16_t count, std::vector<Section>* out) {
+bool ReadSections(const LeBytes& bytes, size_t at, uint16_t count, std::vector<Section>* out) {
   for (uint16_t i = 0; i < count; ++i) {
     const size_t base = at + i * kSectionHeaderSize;
     Section s;
@@ -91,7 +62,7 @@ bool ReadSections(const Bytes& bytes, size_t at, uint16_t count, std::vector<Sec
 }
 
 // The names of the export directory; false when it points outside the file.
-bool ReadExportNames(const Bytes& bytes, const std::vector<Section>& sections, uint32_t rva,
+bool ReadExportNames(const LeBytes& bytes, const std::vector<Section>& sections, uint32_t rva,
                      std::vector<std::string>* names) {
   size_t directory = 0;
   uint32_t count = 0;
@@ -116,10 +87,63 @@ bool ReadExportNames(const Bytes& bytes, const std::vector<Section>& sections, u
   return true;
 }
 
+// Names imported by name from one library's lookup table; entries are 8
+// bytes in PE32+ and 4 in PE32, the top bit marking an ordinal.
+bool ReadImportedNames(const LeBytes& bytes, const std::vector<Section>& sections, uint32_t tableRva,
+                       bool wide, std::vector<std::string>* names) {
+  const size_t width = wide ? 8 : 4;
+  for (uint32_t i = 0; i <= kMaxExportNames; ++i) {
+    size_t at = 0;
+    uint32_t low = 0;
+    uint32_t high = 0;
+    if (!FileOffsetOf(sections, static_cast<uint32_t>(tableRva + width * i), &at) ||
+        !bytes.U32(at, &low) || (wide && !bytes.U32(at + 4, &high))) {
+      return false;
+    }
+    if (low == 0 && high == 0) return true;
+    const bool byOrdinal = wide ? (high & 0x80000000u) != 0 : (low & 0x80000000u) != 0;
+    if (byOrdinal) continue;
+    size_t hintName = 0;
+    std::string name;
+    // A two-byte hint comes before the name.
+    if (!FileOffsetOf(sections, low & 0x7FFFFFFFu, &hintName) || !bytes.Name(hintName + 2, &name)) {
+      return false;
+    }
+    names->push_back(name);
+  }
+  return false;
+}
+
+// The import descriptors up to the all-zero one that ends them.
+bool ReadImports(const LeBytes& bytes, const std::vector<Section>& sections, uint32_t rva, bool wide,
+                 std::vector<ImportedLibrary>* imports) {
+  for (uint32_t i = 0; i <= kMaxImportLibraries; ++i) {
+    size_t at = 0;
+    uint32_t lookupRva = 0;
+    uint32_t nameRva = 0;
+    uint32_t addressRva = 0;
+    if (!FileOffsetOf(sections, static_cast<uint32_t>(rva + kImportDescriptorSize * i), &at) ||
+        !bytes.U32(at, &lookupRva) ||
+        !bytes.U32(at + 12, &nameRva) || !bytes.U32(at + 16, &addressRva)) {
+      return false;
+    }
+    if (nameRva == 0 && lookupRva == 0 && addressRva == 0) return true;
+    ImportedLibrary library;
+    size_t nameAt = 0;
+    if (!FileOffsetOf(sections, nameRva, &nameAt) || !bytes.Name(nameAt, &library.name) ||
+        !ReadImportedNames(bytes, sections, lookupRva != 0 ? lookupRva : addressRva, wide,
+                           &library.entries)) {
+      return false;
+    }
+    imports->push_back(library);
+  }
+  return false;
+}
+
 }  // namespace
 
 PeImage ReadPeImage(const uint8_t* data, size_t size) {
-  const Bytes bytes(data, size);
+  const LeBytes bytes(data, size);
   uint16_t dosMagic = 0;
   uint32_t peOffset = 0;
   if (!bytes.U16(0, &dosMagic) || dosMagic != 0x5A4D) return Invalid("no MZ header");
@@ -132,7 +156,7 @@ PeImage ReadPeImage(const uint8_t* data, size_t size) {
   const size_t coff = size_t{peOffset} + 4;
   uint16_t sectionCount = 0;
   uint16_t optionalSize = 0;
-  if (!bytes.Has(coff, kCoffHeaderSize) || !bytes.U16(coff, &image.machine) ||
+  if (!bytes.U16(coff, &image.machine) ||
       !bytes.U16(coff + 2, &sectionCount) || !bytes.U16(coff + 16, &optionalSize) ||
       !bytes.U16(coff + 18, &image.characteristics)) {
     return Invalid("file header cut short");
@@ -146,14 +170,32 @@ PeImage ReadPeImage(const uint8_t* data, size_t size) {
   if (!ReadSections(bytes, optional + optionalSize, sectionCount, &sections)) {
     return Invalid("section table cut short");
   }
-  const size_t countAt = optional + (image.optionalMagic == kPe32PlusMagic ? kDirectoryCountOffset64
-                                                                           : kDirectoryCountOffset32);
+  const bool wide = image.optionalMagic == kPe32PlusMagic;
+  const size_t countAt = optional + (wide ? kDirectoryCountOffset64 : kDirectoryCountOffset32);
+  const size_t headersEnd = optional + optionalSize;
   uint32_t directories = 0;
+  bytes.U32(countAt, &directories);
+  // An entry counts only when the count and the optional header both hold it.
+  const auto entryAt = [&](uint32_t index, size_t* at) {
+    *at = countAt + 4 + kDataDirectoryEntrySize * index;
+    return index < directories && *at + kDataDirectoryEntrySize <= headersEnd;
+  };
+  size_t entry = 0;
   uint32_t exportRva = 0;
-  if (countAt + 12 <= optional + optionalSize && bytes.U32(countAt, &directories) &&
-      directories > 0 && bytes.U32(countAt + 4, &exportRva) && exportRva != 0 &&
+  if (entryAt(kExportDirectory, &entry) && bytes.U32(entry, &exportRva) && exportRva != 0 &&
       !ReadExportNames(bytes, sections, exportRva, &image.exportNames)) {
     return Invalid("export table outside the file");
+  }
+  uint32_t importRva = 0;
+  if (entryAt(kImportDirectory, &entry) && bytes.U32(entry, &importRva) && importRva != 0 &&
+      !ReadImports(bytes, sections, importRva, wide, &image.imports)) {
+    return Invalid("import table outside the file");
+  }
+  image.checksumOffset = optional + kChecksumOffset;
+  if (entryAt(kCertificateDirectory, &entry)) {
+    image.certificateEntryOffset = entry;
+    bytes.U32(entry, &image.certificateTableOffset);
+    bytes.U32(entry + 4, &image.certificateTableSize);
   }
   image.valid = true;
   return image;

@@ -51,6 +51,12 @@ std::string JsonReport(const PackageReport& report, bool withLog) {
            ", \"code\": " + Quoted(f.code) + ", \"path\": " + Quoted(f.path) +
            ", \"message\": " + Quoted(f.message) + "}";
   }
+  out += "],\n \"files\": [";
+  for (size_t i = 0; i < report.files.size(); ++i) {
+    const ShippedFile& f = report.files[i];
+    out += (i == 0 ? "" : ",") + std::string("\n  {\"path\": ") + Quoted(f.path) +
+           ", \"sha256\": " + Quoted(f.sha256) + ", \"signed\": " + (f.isSigned ? "true" : "false") + "}";
+  }
   out += "],\n \"touchpad\": ";
   if (const auto& tp = report.touchpad) {
     out += "{\"file\": " + Quoted(tp->file) + ", \"size\": " + std::to_string(tp->size) +

@@ -6,7 +6,7 @@
 
 namespace calder::check {
 
-// One JSON object: verdict, findings, touchpad, force, prediction; with the
+// One JSON object: verdict, findings, files, touchpad, force, prediction; with the
 // log, the prediction also carries the run's log lines.
 std::string JsonReport(const PackageReport& report, bool withLog);
 

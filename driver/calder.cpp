@@ -99,6 +99,8 @@ int RunUpdateSequence() {
   return 1;
 }
 
+void PrintUnknownVersion() { std::cout << "compound version:" << "0.0.0.0.0.0.0.0" << std::endl; }
+
 int RunVersionReport() {
   auto reader = std::make_unique<ReadFW>();
   reader->Init();
@@ -107,7 +109,7 @@ int RunVersionReport() {
   std::string forceVersion;
   // Every failed query gives the same line; the reason is only in the log.
   const auto ReportUnknownVersion = [](const std::string& text) {
-    std::cout << "compound version:" << "0.0.0.0.0.0.0.0" << std::endl;
+    PrintUnknownVersion();
     LOG(ERROR) << text;
     return 1;
   };

@@ -9,5 +9,7 @@ int main(int argc, char** argv);
 
 int RunUpdateSequence();
 int RunVersionReport();
+// "compound version:0.0.0.0.0.0.0.0" on standard output: no version known.
+void PrintUnknownVersion();
 
 }  // namespace calder

@@ -2,15 +2,16 @@
 
 #include <cstdint>
 
+#include "base/guard_lines.h"
 #include "report/log_line.h"
 #include "report/run_record.h"
 
 namespace calder::report {
 
-// The flash guards' refusal and session lines, as the guards write them.
-inline constexpr char kAnotherUpdateText[] = "another update is running";
-inline constexpr char kBatteryLowText[] = "battery too low for an update: ";  // + "N % on battery, ..."
-inline constexpr char kSessionEndingText[] = "session ending during update";
+// The flash guards' refusal and session lines: the guards' own texts.
+inline constexpr const char* kAnotherUpdateText = guard_lines::kAnotherUpdateRunning;
+inline constexpr const char* kBatteryLowText = guard_lines::kBatteryTooLow;  // + "N % on battery, ..."
+inline constexpr const char* kSessionEndingText = guard_lines::kSessionEnding;
 
 // Every line of calder.exe's log the report reads, by what it means.
 enum Pattern : int {

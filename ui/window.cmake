@@ -10,4 +10,6 @@ add_library(calder_window STATIC ${CALDER_WINDOW_SOURCES})
 target_link_libraries(calder_window PUBLIC calder_ui rlottie::rlottie Threads::Threads)
 if(WIN32)
   target_link_libraries(calder_window PUBLIC gdiplus gdi32 user32 shcore)
+  # Whatever shows the window imports rlottie.dll from its own folder.
+  add_dependencies(calder_window calder_rlottie_dll)
 endif()

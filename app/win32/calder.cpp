@@ -11,6 +11,9 @@
 #include "driver/calder.h"
 #include "base/log.h"
 #include "driver/logging.h"
+#include "driver/run_guards.h"
+#include "driver/shutdown_guard.h"
+#include "platform/win32/guards_win32.h"
 #include "platform/win32/library_loading.h"
 #include "platform/win32/progress_globals.h"
 #include "platform/win32/win32_seams.h"
@@ -28,10 +31,6 @@ constexpr UINT kUpdateEnded = WM_USER + 2;
 // Filled once and kept until the process ends.
 std::function<int()> g_task;
 std::future<int> g_result;
-
-bool IsVersionQuery(int argc, char** argv) {
-  return argc == 2 && argv[1] != nullptr && std::string(argv[1]) == "--version";
-}
 
 HWND FindGestureHelper() {
   return FindWindowExW(HWND_MESSAGE, nullptr, kGestureHelperClass, kGestureHelperName);
@@ -76,6 +75,11 @@ int RunWithProgressWindow(std::function<int()> task) {
     g_bProgressWindowActive = false;
     return g_task ? g_task() : 0;
   }
+  // No shutdown while the update runs: released at its 100 %.
+  static calder::Win32ShutdownBlocker blocker(g_hProgressWnd);
+  static calder::ShutdownGuard guard(blocker);
+  guard.UpdateStarted();
+  window->ListenForSessionEnd(&guard);
 
   if (g_task) {
     std::packaged_task<int()> packaged(g_task);
@@ -96,7 +100,9 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
   calder::InitLogging();
   LOG(INFO) << calder::kCurrentVersionLine << calder::kToolVersion;
 
-  if (IsVersionQuery(__argc, __argv)) return calder::main(__argc, __argv);
+  const calder::RunAdmission admission(__argc, __argv);
+  if (!admission.Admitted()) return 1;
+  if (calder::IsVersionQuery(__argc, __argv)) return calder::main(__argc, __argv);
 
   const HWND helper = FindGestureHelper();
   if (helper != nullptr) {

@@ -5,6 +5,7 @@
 
 #include "platform/environment.h"
 #include "platform/win32/folder_security.h"
+#include "platform/win32/guards_win32.h"
 #include "platform/win32/progress_globals.h"
 #include "platform/win32/win32_bridge_library.h"
 #include "platform/win32/win32_hid_host.h"
@@ -132,6 +133,10 @@ void InstallWin32Environment() {
   env.bridge = Win32Bridge();
   env.upgrade = Win32Upgrade();
   env.wmi = Win32Wmi();
+  static Win32UpdateLock updateLock;
+  static Win32PowerStatus powerStatus;
+  env.updateLock = &updateLock;
+  env.powerStatus = &powerStatus;
 }
 
 }  // namespace calder

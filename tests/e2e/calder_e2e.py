@@ -69,7 +69,8 @@ class Result:
 
 
 class Stage:
-    """A folder holding calder.exe and whatever a case puts beside it."""
+    """A folder holding calder.exe and rlottie.dll, which it imports, and
+    whatever a case puts beside them."""
 
     def __init__(self, name):
         self.dir = BUILD / "e2e" / name
@@ -79,6 +80,7 @@ class Stage:
         self.exe = self.dir / "calder.exe"
         self.cwd = self.dir  # the folder calder.exe is started from
         shutil.copy2(BUILD / "calder.exe", self.exe)
+        shutil.copy2(BUILD / "rlottie.dll", self.dir / "rlottie.dll")
 
     def add(self, relative, data=b""):
         path = self.dir / relative
@@ -92,21 +94,21 @@ class Stage:
         shutil.copy2(source, target)
         return target
 
-    def run(self, *args, env=None, timeout=180, violations_expected=False):
-        """Runs calder.exe here; fails on a protocol violation the stand-ins
-        recorded unless the caller expects one (and reads result.violations)."""
-        result = self._run_once(args, env, timeout)
+    def run(self, *args, env=None, timeout=180, violations_expected=False, launcher=()):
+        """Runs calder.exe here, under launcher if given; fails on a protocol violation
+        the stand-ins recorded unless the caller expects one (and reads result.violations)."""
+        result = self._run_once(args, env, timeout, launcher)
         if result.log_path is None and not result.stdout.strip():
             # calder.exe logs before anything else, so a run that left neither a
             # log file nor output never started: Wine itself failed to launch it.
             print(f"wine did not start {self.exe.name} (rc {result.rc}); retrying once",
                   flush=True)
             sys.stderr.write(f"wine's stderr:\n{result.stderr}\n")
-            result = self._run_once(args, env, timeout)
+            result = self._run_once(args, env, timeout, launcher)
         check_violations(result, violations_expected)
         return result
 
-    def _run_once(self, args, env, timeout):
+    def _run_once(self, args, env, timeout, launcher):
         full_env = dict(os.environ)
         full_env["WINEPREFIX"] = str(WINEPREFIX)
         full_env.setdefault("WINEDEBUG", "-all")
@@ -115,12 +117,14 @@ class Stage:
         violations = violations_file(self, full_env)
         before = set(LOG_DIR.glob("Calder_*.log")) if LOG_DIR.exists() else set()
         start = time.monotonic()
-        proc = subprocess.run(["wine", str(self.exe), *args], cwd=self.cwd, env=full_env,
+        proc = subprocess.run([*launcher, "wine", str(self.exe), *args], cwd=self.cwd, env=full_env,
                               capture_output=True, timeout=timeout)
         elapsed = time.monotonic() - start
         after = set(LOG_DIR.glob("Calder_*.log")) if LOG_DIR.exists() else set()
-        new = sorted(after - before)
-        log_path = new[-1] if new else None
+        # Runs that overlap this one write logs too: this run's started first
+        # (a log still empty belongs to a run started later).
+        new = sorted(after - before, key=lambda path: path.read_bytes()[:23] or b"~")
+        log_path = new[0] if new else None
         result = Result(proc.returncode, proc.stdout.decode(errors="replace"),
                         proc.stderr.decode(errors="replace"), log_path, elapsed)
         result.violations = violations.read_text().splitlines() if violations.exists() else []

@@ -1,6 +1,6 @@
 """calder.exe runs elevated, so libraries are planted as an attacker would:
-copies of a DLL that records its own load, named like the vendor, HID and
-SetupAPI libraries, in the folder calder.exe is started from and in a folder on
+copies of a DLL that records its own load, named like the vendor, HID,
+SetupAPI and rlottie libraries, in the folder calder.exe is started from and in a folder on
 PATH, and for --version HID and SetupAPI beside calder.exe too (in --update
 Wine's WMI provider takes setupapi.dll from the application folder, which is
 trusted). None may load; calder.exe takes today's missing-library and no-device
@@ -18,6 +18,8 @@ from test_force_update import BRIDGE_DLL, TP_FIRMWARE, UPGRADE_DLL
 
 PLANTED = BUILD / "stand-ins" / "planted.dll"
 NAMES = ["btl_upgrade.dll", "btl_hid_transfer.dll", "hid.dll", "setupapi.dll"]
+# calder.exe imports rlottie.dll: the loader takes the one beside it.
+PLANTED_NAMES = NAMES + ["rlottie.dll"]
 FORCE_FAILED = ["ERROR force_update.cpp: btl_hid_transfer.dll could not be loaded, error 126",
                 "ERROR calder.cpp: force update failed"]
 
@@ -31,7 +33,7 @@ class PlantedStage(Stage):
         self.add("Force/1.0.2.3.bin", bytes(64))
         self.cwd, self.on_path = self.dir / "work", self.dir / "on-path"
         for folder in (self.cwd, self.on_path):
-            for name in NAMES:
+            for name in PLANTED_NAMES:
                 self.copy_in(PLANTED, folder.relative_to(self.dir) / name)
 
     def run(self, *args):
@@ -60,6 +62,14 @@ class PlantedLibrariesTest(unittest.TestCase):
             self.assertEqual(result.rc, rc, name)
             lines = result.lines()
             self.assertEqual([line for line in lines if line in expected], expected, lines)
+
+    def test_without_rlottie_beside_it_calder_does_not_start_and_takes_no_planted_copy(self):
+        stage = PlantedStage("planted-no-rlottie", UPGRADE_DLL, BRIDGE_DLL)
+        (stage.dir / "rlottie.dll").unlink()
+        result = stage.run("--version")
+        self.assertEqual(stage.loaded(), [])
+        self.assertNotEqual(result.rc, 0)
+        self.assertEqual((result.log_path, result.stdout), (None, ""))
 
     def test_a_linked_or_foreign_folder_is_not_written_through(self):
         target = BUILD / "e2e" / "link-target"

@@ -1,11 +1,14 @@
-// The PE reader on arbitrary bytes: no read outside the buffer (ASan sees
-// the input in an exact-size copy), the same answer twice, and names that
-// are whole strings inside the file.
+// The package readers on arbitrary bytes: no read outside the buffer (ASan
+// sees the input in an exact-size copy), the same answer twice, and names
+// that are whole strings inside the file. The same bytes also go through the
+// signature reader and, as text, through both manifest readers.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
+#include "check/authenticode.h"
+#include "check/package_manifest.h"
 #include "check/pe_reader.h"
 #include "tests/fuzz/fuzz_input.h"
 
@@ -37,5 +40,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (calder::check::IsWindows64Dll(first) || calder::check::IsWindows64GuiProgram(first)) {
     Check(first.valid && first.machine == calder::check::kMachineAmd64, "accepted a foreign image");
   }
+  calder::check::CheckSignature(bytes.data(), bytes.size());
+  const std::string text(bytes.begin(), bytes.end());
+  calder::check::CheckManifests({&text, &text}, {{"calder.exe", std::string(64, 'a'), false}});
   return 0;
 }

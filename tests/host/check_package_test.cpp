@@ -1,65 +1,298 @@
 #include <gtest/gtest.h>
+#include <openssl/evp.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <map>
+#include <memory>
+#include <numeric>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "base/log.h"
+#include "check/authenticode.h"
+#include "check/command_line.h"
+#include "check/der_reader.h"
 #include "check/force_image_plan.h"
+#include "check/log_recorder.h"
 #include "check/package_checker.h"
 #include "check/package_machine.h"
 #include "check/pe_reader.h"
 #include "check/report_writer.h"
+#include "check/sha256.h"
 #include "platform/bridge_library.h"
 #include "platform/upgrade_library.h"
-#include "tests/support/log_capture.h"
 #include "tests/support/force_rig.h"
+#include "tests/support/log_capture.h"
 
 namespace calder::check {
+
+// Test images and references, made here so no binary comes from elsewhere.
 namespace {
 
 namespace fs = std::filesystem;
 using Bytes = std::vector<uint8_t>;
 
-void Put(Bytes& b, size_t at, uint32_t value, int width) {
+// A PE image: the headers at 0, an empty first section spanning RVAs 0x1000
+// to 0x2000, and a data section at RVA 0x2000 (file offset 0x400) with the
+// export directory, then the imports.
+struct PeSpec {
+  uint16_t machine = 0x8664;
+  uint16_t characteristics = 0x0022;  // executable, large-address aware
+  uint16_t subsystem = 2;
+  uint16_t magic = 0x20B;
+  uint16_t optionalSize = 240;
+  uint32_t directories = 16;
+  std::vector<std::string> exports;
+  std::vector<std::pair<std::string, std::vector<std::string>>> imports;  // "#N": ordinal N
+  size_t zeroPadding = 0;     // zero bytes closing the data section
+  uint32_t exportRva = 0;     // where the export entry points, when not 0
+  uint32_t virtualExtra = 0;  // virtual size beyond the raw data
+};
+
+constexpr uint32_t kPeDataRva = 0x2000;
+constexpr uint16_t kPeDll = 0x2022;
+
+void PutLe(Bytes& b, size_t at, uint32_t value, int width) {
   if (b.size() < at + width) b.resize(at + width);
   for (int i = 0; i < width; ++i) b[at + i] = static_cast<uint8_t>(value >> (8 * i));
 }
 
-// A PE32+ image with one section that holds the export directory and names.
-Bytes Pe(uint16_t characteristics, uint16_t subsystem, const std::vector<std::string>& exports,
-         uint16_t machine = 0x8664) {
-  Bytes b(0x200);
-  Put(b, 0, 0x5A4D, 2);
-  Put(b, 0x3C, 0x40, 4);
-  Put(b, 0x40, 0x4550, 4);
-  Put(b, 0x44, machine, 2);
-  Put(b, 0x46, 1, 2);           // sections
-  Put(b, 0x54, 240, 2);         // optional header size
-  Put(b, 0x56, characteristics, 2);
-  Put(b, 0x58, 0x20B, 2);
-  Put(b, 0x58 + 68, subsystem, 2);
-  Put(b, 0x58 + 108, 16, 4);    // data directories
-  Put(b, 0x58 + 112, 0x1000, 4);  // export directory RVA
-  Bytes data(40 + 4 * exports.size());
-  Put(data, 24, static_cast<uint32_t>(exports.size()), 4);
-  Put(data, 32, 0x1000 + 40, 4);
-  for (size_t i = 0; i < exports.size(); ++i) {
-    Put(data, 40 + 4 * i, static_cast<uint32_t>(0x1000 + data.size()), 4);
-    data.insert(data.end(), exports[i].begin(), exports[i].end());
-    data.push_back(0);
+// Appends a NUL-terminated name and gives its RVA.
+uint32_t AddName(Bytes& d, const std::string& name, bool hint = false) {
+  const uint32_t rva = static_cast<uint32_t>(kPeDataRva + d.size());
+  if (hint) d.insert(d.end(), {0, 0});
+  d.insert(d.end(), name.begin(), name.end());
+  d.push_back(0);
+  return rva;
+}
+
+Bytes DataSection(const PeSpec& spec, uint32_t* importRva) {
+  const size_t width = spec.magic == 0x20B ? 8 : 4;
+  Bytes d(40 + 4 * spec.exports.size());
+  PutLe(d, 24, static_cast<uint32_t>(spec.exports.size()), 4);
+  PutLe(d, 32, kPeDataRva + 40, 4);
+  for (size_t i = 0; i < spec.exports.size(); ++i) PutLe(d, 40 + 4 * i, AddName(d, spec.exports[i]), 4);
+  const size_t descriptors = d.size();
+  *importRva = static_cast<uint32_t>(kPeDataRva + descriptors);
+  d.resize(descriptors + 20 * (spec.imports.size() + 1));
+  for (size_t j = 0; j < spec.imports.size(); ++j) {
+    const auto& [library, entries] = spec.imports[j];
+    const size_t lookup = d.size();
+    d.resize(lookup + width * (entries.size() + 1));
+    for (size_t k = 0; k < entries.size(); ++k) {
+      const bool ordinal = entries[k][0] == '#';
+      const uint32_t value = ordinal ? static_cast<uint32_t>(std::stoul(entries[k].substr(1))) : AddName(d, entries[k], true);
+      PutLe(d, lookup + width * k, ordinal && width == 4 ? value | 0x80000000u : value, 4);
+      if (ordinal && width == 8) PutLe(d, lookup + width * k + 4, 0x80000000u, 4);
+    }
+    for (const size_t field : {0, 16}) PutLe(d, descriptors + 20 * j + field, kPeDataRva + static_cast<uint32_t>(lookup), 4);
+    PutLe(d, descriptors + 20 * j + 12, AddName(d, library), 4);
   }
-  const size_t section = 0x58 + 240;
-  Put(b, section + 8, static_cast<uint32_t>(data.size()), 4);
-  Put(b, section + 12, 0x1000, 4);
-  Put(b, section + 16, static_cast<uint32_t>(data.size()), 4);
-  Put(b, section + 20, 0x200, 4);
+  d.resize(d.size() + spec.zeroPadding);
+  return d;
+}
+
+Bytes BuildPe(const PeSpec& spec) {
+  uint32_t importRva = 0;
+  const Bytes data = DataSection(spec, &importRva);
+  const size_t optional = 0x58;
+  const size_t headerEnd = optional + spec.optionalSize;
+  const size_t countAt = optional + (spec.magic == 0x20B ? 108 : 92);
+  Bytes b(0x400);
+  // Offset, value, width.
+  const std::tuple<size_t, uint32_t, int> fields[] = {
+      {0, 0x5A4D, 2}, {0x3C, 0x40, 4}, {0x40, 0x4550, 4}, {0x44, spec.machine, 2}, {0x46, 2, 2},
+      {0x54, spec.optionalSize, 2}, {0x56, spec.characteristics, 2}, {optional, spec.magic, 2},
+      {optional + 68, spec.subsystem, 2}, {headerEnd + 8, 0x1000, 4}, {headerEnd + 12, 0x1000, 4},
+      {headerEnd + 48, static_cast<uint32_t>(data.size() + spec.virtualExtra), 4}, {headerEnd + 52, kPeDataRva, 4},
+      {headerEnd + 56, static_cast<uint32_t>(data.size()), 4}, {headerEnd + 60, 0x400, 4}};
+  for (const auto& [at, value, width] : fields) PutLe(b, at, value, width);
+  // Only what the optional header holds: the sections follow it.
+  const std::pair<size_t, uint32_t> directories[] = {
+      {countAt, spec.directories}, {countAt + 4, spec.exportRva ? spec.exportRva : kPeDataRva}, {countAt + 12, importRva}};
+  for (const auto& [at, value] : directories) {
+    if (at + 4 <= headerEnd) PutLe(b, at, value, 4);
+  }
   b.insert(b.end(), data.begin(), data.end());
   return b;
+}
+
+// Signed by osslsigncode with a throwaway key; empty when that fails. Each
+// image is signed once per run: signing takes a process start.
+Bytes SignPe(const Bytes& image, const char* hash = "sha256") {
+  static std::map<std::pair<Bytes, std::string>, Bytes> cache;
+  Bytes& signedImage = cache[{image, hash}];
+  if (!signedImage.empty()) return signedImage;
+  // A throwaway key and certificate, made once and removed when the tests end.
+  static const struct Key {
+    fs::path dir = fs::temp_directory_path() / ("calder-sign-" + std::to_string(std::random_device{}()));
+    bool made = fs::create_directories(dir) &&
+                std::system(("cd '" + dir.string() + "' && openssl req -x509 -newkey rsa:2048 -nodes -days 2 "
+                             "-subj /CN=calder-test -keyout key.pem -out cert.pem 2>/dev/null").c_str()) == 0;
+    ~Key() { fs::remove_all(dir); }
+  } key;
+  std::ofstream(key.dir / "in.exe", std::ios::binary)
+      .write(reinterpret_cast<const char*>(image.data()), static_cast<std::streamsize>(image.size()));
+  const std::string sign = "cd '" + key.dir.string() + "' && rm -f out.exe && osslsigncode sign -h " + hash +
+                           " -certs cert.pem -key key.pem -in in.exe -out out.exe >/dev/null 2>&1";
+  if (!key.made || std::system(sign.c_str()) != 0) return {};
+  std::ifstream in(key.dir / "out.exe", std::ios::binary);
+  return signedImage = Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string ReferenceSha256(const Bytes& bytes) {
+  uint8_t digest[EVP_MAX_MD_SIZE];
+  unsigned int size = 0;
+  EVP_Digest(bytes.data(), bytes.size(), digest, &size, EVP_sha256(), nullptr);
+  return HexOf(digest, size);
+}
+
+PeSpec Good() { return {0x8664, 0x0022, 2, 0x20B, 240, 16, {"a", "b"}, {{"x.dll", {"c", "#7", "d"}}}}; }
+
+Bytes With(const std::function<void(PeSpec&)>& change, long resize = 0) {
+  PeSpec spec = Good();
+  change(spec);
+  Bytes image = BuildPe(spec);
+  image.resize(resize > 0 ? size_t(resize) : image.size() + size_t(-resize));
+  return image;
+}
+
+Bytes Cut(long size) { return With([](PeSpec&) {}, size); }
+
+// No exports; the export entry points `back` bytes before the end of the data
+// section, whose last `padding` bytes are zero.
+Bytes ExportDirectoryAtTheEnd(size_t padding, size_t back, uint32_t virtualExtra = 0, long tail = 0) {
+  PeSpec spec = Good();
+  spec.exports = {}, spec.zeroPadding = padding, spec.virtualExtra = virtualExtra;
+  spec.exportRva = static_cast<uint32_t>(kPeDataRva + BuildPe(spec).size() - 0x400 - back);
+  return With([&](PeSpec& s) { s = spec; }, -tail);
+}
+
+std::vector<std::string> Numbered(size_t count) {
+  std::vector<std::string> names(count);
+  for (size_t i = 0; i < count; ++i) names[i] = "n" + std::to_string(i);
+  return names;
+}
+
+TEST(PeReaderBounds, ReadsUpToEachEdgeAndNotOnePast) {
+  const std::string exportsOutside = "export table outside the file";
+  const std::string importsOutside = "import table outside the file";
+  const long goodSize = long(BuildPe(Good()).size());
+  // Image, the problem ("" when valid), export names, imported names.
+  const std::tuple<const char*, Bytes, std::string, size_t, size_t> cases[] = {
+      {"good", Cut(goodSize), "", 2, 2},
+      {"PE32", With([](PeSpec& s) { s.magic = 0x10B, s.optionalSize = 224; }), "", 2, 2},
+      {"only MZ", Cut(2), "no PE signature", 0, 0},
+      {"signature cut by one", Cut(0x43), "no PE signature", 0, 0},
+      {"file header right after the signature", Cut(0x44), "file header cut short", 0, 0},
+      {"optional header right after the file header", Cut(0x58), "optional header cut short", 0, 0},
+      {"optional header ends at the subsystem", With([](PeSpec& s) { s.optionalSize = 70; }), "", 0, 0},
+      {"optional header ends in the subsystem", With([](PeSpec& s) { s.optionalSize = 69; }),
+       "optional header cut short", 0, 0},
+      {"header holds only the export entry", With([](PeSpec& s) { s.optionalSize = 120; }), "", 2, 0},
+      {"header cut in the export entry", With([](PeSpec& s) { s.optionalSize = 119; }), "", 0, 0},
+      {"count says one directory", With([](PeSpec& s) { s.directories = 1; }), "", 2, 0},
+      {"section table cut short", Cut(0x58 + 240 + 40 + 23), "section table cut short", 0, 0},
+      {"last name cut before its NUL", Cut(goodSize - 1), importsOutside, 0, 0},
+      {"export directory ends the section", ExportDirectoryAtTheEnd(40, 40), "", 0, 2},
+      {"export directory cut by one", ExportDirectoryAtTheEnd(39, 39), exportsOutside, 0, 0},
+      {"export directory past the raw data", ExportDirectoryAtTheEnd(0, 0, 0x100, 0x100), exportsOutside, 0, 0},
+      {"longest name", With([](PeSpec& s) { s.exports = {std::string(1023, 'n')}; }), "", 1, 2},
+      {"name one too long", With([](PeSpec& s) { s.exports = {std::string(1024, 'n')}; }), exportsOutside, 0, 0},
+      {"most exports", With([](PeSpec& s) { s.exports = Numbered(65536); }), "", 65536, 2},
+      {"one export too many", With([](PeSpec& s) { s.exports = Numbered(65537); }), exportsOutside, 0, 0},
+      {"most imported names", With([](PeSpec& s) { s.imports = {{"x.dll", Numbered(65536)}}; }), "", 2, 65536},
+      {"one imported name too many", With([](PeSpec& s) { s.imports = {{"x.dll", Numbered(65537)}}; }),
+       importsOutside, 0, 0},
+      {"most imported libraries", With([](PeSpec& s) { s.imports.assign(4096, {"x.dll", {}}); }), "", 2, 0},
+      {"one imported library too many", With([](PeSpec& s) { s.imports.assign(4097, {"x.dll", {}}); }),
+       importsOutside, 0, 0},
+  };
+  for (const auto& [name, image, problem, exports, imports] : cases) {
+    const PeImage pe = ReadPeImage(image.data(), image.size());
+    size_t names = 0;
+    for (const ImportedLibrary& library : pe.imports) names += library.entries.size();
+    EXPECT_EQ(std::make_tuple(pe.problem, pe.exportNames.size(), names), std::make_tuple(problem, exports, imports))
+        << name;
+  }
+}
+
+TEST(DerReaderBounds, EntersOnlyWhatTheBufferHolds) {
+  // Element, and the size of its content when it can be entered.
+  const std::pair<Bytes, int> cases[] = {
+      {{0x04, 0x00}, 0}, {{0x04}, -1}, {{0x05, 0x00}, -1}, {{0x04, 0x02, 1, 2}, 2}, {{0x04, 0x03, 1, 2}, -1},
+      {{0x04, 0x81, 0x02, 1, 2}, 2}, {{0x04, 0x81, 0x03, 1, 2}, -1}, {{0x04, 0x84, 0, 0, 0, 1, 9}, 1},
+      {{0x04, 0x85, 0, 0, 0, 0, 1, 9}, -1}, {{0x04, 0x82, 0x01}, -1},
+      {{0x04, 0x80, 1, 0, 0}, -1},  // BER's indefinite length
+  };
+  for (const auto& [der, contentSize] : cases) {
+    DerReader reader(der.data(), der.size()), inside;
+    const bool entered = reader.Enter(kDerOctetString, &inside);
+    EXPECT_EQ(entered ? int(inside.size()) : -1, contentSize) << testing::PrintToString(der);
+  }
+}
+
+TEST(Sha256, AgreesWithOpenSslAcrossEveryPaddingBoundaryAndSplit) {
+  Bytes data(200);
+  std::iota(data.begin(), data.end(), uint8_t{0});
+  for (size_t size = 0; size <= data.size(); ++size) {
+    const Bytes part(data.begin(), data.begin() + static_cast<std::ptrdiff_t>(size));
+    Sha256 split;
+    split.Update(part.data(), size / 3);
+    split.Update(part.data() + size / 3, size - size / 3);
+    const auto digest = split.Finish();
+    ASSERT_EQ(HexOf(digest.data(), digest.size()), ReferenceSha256(part)) << size;
+  }
+}
+
+TEST(AuthenticodeDigest, CoversEveryByteButTheChecksumTheEntryAndTheTable) {
+  const Bytes good = SignPe(BuildPe(Good()));
+  ASSERT_FALSE(good.empty()) << "osslsigncode could not sign";
+  const PeImage pe = ReadPeImage(good.data(), good.size());
+  const size_t sum = pe.checksumOffset, entry = pe.certificateEntryOffset, table = pe.certificateTableOffset;
+  const auto flip = [&](size_t at) { Bytes b = good; b[at] ^= 0x40; return b; };
+  const auto put = [&](size_t at, size_t value) { Bytes b = good; PutLe(b, at, uint32_t(value), 4); return b; };
+  // An X.509 entry of 9 bytes, padded to 16, before the PKCS#7 one.
+  Bytes otherFirst = put(entry + 4, pe.certificateTableSize + 16);
+  const Bytes x509 = {9, 0, 0, 0, 0, 2, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+  otherFirst.insert(otherFirst.begin() + long(table), x509.begin(), x509.end());
+  const std::string changed = "changed after signing", outside = "outside the file";
+  // Image, and "valid", "unsigned" or what the problem says.
+  const std::tuple<const char*, Bytes, std::string> cases[] = {
+      {"as signed", good, "valid"},
+      {"unsigned", BuildPe(Good()), "unsigned"},
+      {"byte before the checksum", flip(sum - 1), changed},
+      {"checksum's first byte", flip(sum), "valid"},
+      {"checksum's last byte", flip(sum + 3), "valid"},
+      {"byte after the checksum", flip(sum + 4), changed},
+      {"byte before the entry", flip(entry - 1), changed},
+      {"byte after the entry", flip(entry + 8), changed},
+      {"last byte before the table", flip(table - 1), changed},
+      {"bytes after the table", put(good.size(), 0), changed},
+      {"table one past the file", put(entry + 4, pe.certificateTableSize + 1), outside},
+      {"table over the entry", put(entry, entry + 7), outside},
+      {"certificate longer than the table", put(table, pe.certificateTableSize + 1), "can be read"},
+      {"another certificate first", otherFirst, "valid"},
+      {"signed with SHA-1", SignPe(BuildPe(Good()), "sha1"), "other than SHA-256"},
+  };
+  for (const auto& [name, image, expected] : cases) {
+    const Signature signature = CheckSignature(image.data(), image.size());
+    const std::string got = signature.state == SignatureState::kInvalid ? signature.problem
+                            : signature.state == SignatureState::kValid ? "valid" : "unsigned";
+    EXPECT_NE(got.find(expected), std::string::npos) << name << ": " << got;
+  }
+}
+
+Bytes Pe(uint16_t characteristics, uint16_t subsystem, const std::vector<std::string>& exports,
+         uint16_t machine = 0x8664) {
+  return BuildPe({machine, characteristics, subsystem, 0x20B, 240, 16, exports, {}});
 }
 
 template <size_t N>
@@ -71,26 +304,60 @@ std::vector<std::string> Names(const char* const (&table)[N], const std::string&
   return names;
 }
 
-constexpr uint16_t kExe = 0x0022;  // executable, large-address aware
-constexpr uint16_t kDll = 0x2022;
+Bytes Text(const std::string& text) { return Bytes(text.begin(), text.end()); }
 
+constexpr uint16_t kExe = 0x0022;  // executable, large-address aware
+constexpr uint16_t kDll = kPeDll;
+const std::vector<std::string> kLottieEntries = {"lottie_load", "lottie_render"};
+
+// calder.exe as the release links it: rlottie.dll beside it, the rest from Windows.
+Bytes Program() {
+  return BuildPe({0x8664, kExe, 2, 0x20B, 240, 16, {}, {{"rlottie.dll", kLottieEntries}, {"KERNEL32.dll", {"ExitProcess", "#5"}}}});
+}
+
+// A package as scripts/release makes it: signed programs, notices and both
+// manifests over every file.
 struct Package {
   Package() : dir(fs::temp_directory_path() / ("calder-check-" + std::to_string(std::random_device{}()))) {
-    fs::create_directories(dir / "TP");
-    fs::create_directories(dir / "Force");
-    Write("calder.exe", Pe(kExe, 2, {}));
-    Write("btl_upgrade.dll", Pe(kDll, 2, Names(kUpgradeLibraryEntryPoints)));
-    Write("btl_hid_transfer.dll", Pe(kDll, 2, Names(kBridgeLibraryEntryPoints)));
+    Write("calder.exe", SignPe(Program()));
+    Write("rlottie.dll", SignPe(Pe(kDll, 2, kLottieEntries)));
+    Write("btl_upgrade.dll", SignPe(Pe(kDll, 2, Names(kUpgradeLibraryEntryPoints))));
+    Write("btl_hid_transfer.dll", SignPe(Pe(kDll, 2, Names(kBridgeLibraryEntryPoints))));
     fs::copy_file(fs::path(CALDER_SOURCE_DIR) / "ui" / "loading_dark.json", dir / "loading_dark.json");
     Write("TP/tp_fw.bin", test::PatternBytes(300, 200));
     Write("Force/1.0.2.3.bin", test::PatternBytes(1000));
+    Write("THIRD-PARTY-NOTICES.txt", Bytes(10, 'n'));
+    Seal();
   }
   ~Package() { fs::remove_all(dir); }
   void Write(const std::string& name, const Bytes& bytes) const {
+    fs::create_directories((dir / name).parent_path());
     std::ofstream(dir / name, std::ios::binary)
         .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
   }
+  Bytes Read(const std::string& name) const {
+    std::ifstream in(dir / name, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  }
   void Remove(const std::string& name) const { fs::remove_all(dir / name); }
+  // SHA256SUMS and the SBOM over the files as they are now.
+  void Seal() const {
+    std::vector<std::string> paths;
+    for (const auto& entry : fs::recursive_directory_iterator(dir)) {
+      const std::string path = entry.path().lexically_relative(dir).generic_string();
+      if (entry.is_regular_file() && path != "SHA256SUMS" && path != "calder.cdx.json") paths.push_back(path);
+    }
+    std::sort(paths.begin(), paths.end());
+    std::string sbom = R"({"bomFormat": "CycloneDX", "specVersion": "1.5", "components": [)";
+    for (const std::string& path : paths) {
+      sbom += std::string(path == paths[0] ? "" : ",") + R"({"type": "file", "name": ")" + path +
+              R"(", "hashes": [{"alg": "SHA-256", "content": ")" + ReferenceSha256(Read(path)) + "\"}]}";
+    }
+    Write("calder.cdx.json", Text(sbom + "]}"));
+    // sha256sum's own lines, as scripts/release writes them.
+    std::system(("cd '" + dir.string() + "' && find . -type f ! -name 'SHA256SUMS*' -printf '%P\\n' | LC_ALL=C sort | "
+                 "xargs sha256sum >SHA256SUMS.new && mv SHA256SUMS.new SHA256SUMS").c_str());
+  }
   fs::path dir;
 };
 
@@ -103,8 +370,9 @@ Bytes Tagged(size_t fileSize) {
 struct FindingCase {
   const char* name;
   std::function<void(const Package&)> breakIt;
-  const char* code;  // the one finding expected; "" for none
+  const char* code;  // the one finding expected besides unsigned ones; "" for none
   const char* inMessage;
+  bool afterSealing = false;  // breaks the package behind its manifests' back
 };
 
 class CheckFindings : public testing::TestWithParam<FindingCase> {
@@ -115,17 +383,20 @@ class CheckFindings : public testing::TestWithParam<FindingCase> {
 TEST_P(CheckFindings, ReportsExactlyTheFindingOfTheFault) {
   Package package;
   GetParam().breakIt(package);
+  if (!GetParam().afterSealing) package.Seal();
   const PackageReport report = CheckPackage(package.dir);
-  std::vector<std::string> codes;
-  for (const Finding& f : report.findings) codes.push_back(f.code);
   const std::string code = GetParam().code;
-  ASSERT_EQ(codes, code.empty() ? std::vector<std::string>{} : std::vector<std::string>{code});
-  if (!code.empty()) {
-    EXPECT_NE(report.findings[0].message.find(GetParam().inMessage), std::string::npos)
-        << report.findings[0].message;
+  // A file the case replaces is not signed again.
+  std::set<std::string> codes;
+  bool explained = code.empty();
+  for (const Finding& f : report.findings) {
+    if (f.code == "unsigned" && code != "unsigned") continue;
+    codes.insert(f.code);
+    explained = explained || f.message.find(GetParam().inMessage) != std::string::npos;
+    EXPECT_EQ(report.Ship(), f.severity == Severity::kWarning) << f.code;
   }
-  const bool warningOnly = code.empty() || report.findings[0].severity == Severity::kWarning;
-  EXPECT_EQ(report.Ship(), warningOnly);
+  EXPECT_EQ(codes, code.empty() ? std::set<std::string>{} : std::set<std::string>{code});
+  EXPECT_TRUE(explained && (!codes.empty() || report.Ship())) << GetParam().inMessage;
 }
 
 const FindingCase kFindingCases[] = {
@@ -191,6 +462,28 @@ const FindingCase kFindingCases[] = {
     {"NoAnimation", [](const Package& p) { p.Remove("loading_dark.json"); }, "animation-unusable", "missing"},
     {"AnimationNotLottie", [](const Package& p) { p.Write("loading_dark.json", Bytes(5, '{')); },
      "animation-unusable", "load"},
+    {"NoRlottie", [](const Package& p) { p.Remove("rlottie.dll"); }, "library-missing", "rlottie.dll"},
+    {"RlottieLacksAnImport", [](const Package& p) { p.Write("rlottie.dll", Pe(kDll, 2, {"lottie_load"})); },
+     "library-entry-missing", "lottie_render, which calder.exe imports"},
+    {"UnsignedRlottie", [](const Package& p) { p.Write("rlottie.dll", Pe(kDll, 2, kLottieEntries)); },
+     "unsigned", "rlottie.dll"},
+    {"OneByteChangedAfterSigning",
+     [](const Package& p) { Bytes b = p.Read("calder.exe"); b[0x400] ^= 1; p.Write("calder.exe", b); },
+     "signature-invalid", "changed after signing"},
+    {"FileMissingFromTheManifests", [](const Package& p) { p.Write("extra.txt", Text("x")); },
+     "manifest-mismatch", "extra.txt is listed in neither", true},
+    {"FileChangedAfterSealing", [](const Package& p) { p.Write("THIRD-PARTY-NOTICES.txt", Text("x")); },
+     "manifest-mismatch", "another SHA-256", true},
+    {"ListedFileAbsent", [](const Package& p) { p.Write("SHA256SUMS", Text(std::string(64, 'a') + "  gone.bin\n")); },
+     "manifest-mismatch", "gone.bin, which the package does not hold", true},
+    {"SumsLineMalformed", [](const Package& p) { p.Write("SHA256SUMS", Text(std::string(64, 'a') + " gone.bin\n")); },
+     "manifest-mismatch", "line 1", true},
+    {"SbomNotCycloneDx", [](const Package& p) { p.Write("calder.cdx.json", Text(R"({"bomFormat": "SPDX"})")); },
+     "manifest-mismatch", "CycloneDX 1.5", true},
+    {"OnlyTheSbom", [](const Package& p) { p.Remove("SHA256SUMS"); }, "manifest-missing", "SHA256SUMS", true},
+    {"NoManifests", [](const Package& p) { p.Remove("SHA256SUMS"), p.Remove("calder.cdx.json"); }, "manifest-missing", "", true},
+    {"NoNotices", [](const Package& p) { p.Remove("THIRD-PARTY-NOTICES.txt"); }, "notices-missing", "missing"},
+    {"EmptyNotices", [](const Package& p) { p.Write("THIRD-PARTY-NOTICES.txt", {}); }, "notices-missing", "empty"},
 };
 
 INSTANTIATE_TEST_SUITE_P(Packages, CheckFindings, testing::ValuesIn(kFindingCases),
@@ -292,9 +585,78 @@ TEST(CheckReport, JsonCarriesNumbersAsNumbersAndMissingSectionsAsNull) {
             std::string::npos);
   EXPECT_NE(json.find("\"force_phase_seconds\": null"), std::string::npos);
   EXPECT_NE(json.find("\"update_seconds\": 3.000}"), std::string::npos);
-  PackageReport odd;  // quotes, backslashes and control characters are escaped
-  odd.findings.push_back({Severity::kWarning, "c", "a\"\\\x1f", "m"});
-  EXPECT_NE(JsonReport(odd, false).find(R"("path": "a\"\\\u001f")"), std::string::npos);
+  // Quotes, backslashes and control characters are escaped; a blank, DEL
+  // and UTF-8 are not.
+  PackageReport odd;
+  odd.findings.push_back({Severity::kWarning, "c", "a\"\\\x1f \x7f\xc3\xa9\n", "m"});
+  EXPECT_NE(JsonReport(odd, false).find("\"path\": \"a\\\"\\\\\\u001f \x7f\xc3\xa9\\u000a\""), std::string::npos);
+}
+
+TEST(CheckFiles, AGoodPackageShipsWithoutFindingsAndListsEveryFileWithItsHash) {
+  test::LogCapture log;
+  Package package;
+  const PackageReport report = CheckPackage(package.dir);
+  const std::string json = JsonReport(report, false);
+  std::string paths;
+  for (const ShippedFile& file : report.files) {
+    paths += file.path + " ";
+    const bool pe = file.path.find(".exe") != std::string::npos || file.path.find(".dll") != std::string::npos;
+    EXPECT_NE(json.find("{\"path\": \"" + file.path + "\", \"sha256\": \"" + ReferenceSha256(package.Read(file.path)) +
+                        "\", \"signed\": " + (pe ? "true}" : "false}")),
+              std::string::npos);
+  }
+  EXPECT_EQ(paths, "Force/1.0.2.3.bin THIRD-PARTY-NOTICES.txt TP/tp_fw.bin btl_hid_transfer.dll btl_upgrade.dll "
+                   "calder.cdx.json calder.exe loading_dark.json rlottie.dll ");
+  Bytes program = package.Read("calder.exe");
+  package.Write("calder.exe", (program[0x400] ^= 1, program));
+  EXPECT_FALSE(CheckPackage(package.dir).files[6].isSigned);  // calder.exe, its signature broken
+}
+
+TEST(CheckCommandLine, AnswersOnTheRightStreamWithTheRightExitCode) {
+  test::LogCapture log;
+  Package package;
+  // Arguments ("DIR" is the good package), exit code, what standard output
+  // and standard error hold ("" when nothing).
+  const std::tuple<std::vector<std::string>, int, std::string, std::string> cases[] = {
+      {{}, 2, "", "usage: calder-check [--json] [--log] PACKAGE_DIR\n"},
+      {{"--help"}, 0, "usage: calder-check [--json] [--log] PACKAGE_DIR\n", ""},
+      {{"--version"}, 0, "calder-check 20260422-01\n", ""},
+      {{"DIR"}, 0, "verdict:    ship\n", ""},
+      {{"--log", "DIR"}, 0, "log of the predicted run:", ""},
+      {{"--json", "DIR"}, 0, "{\"verdict\": \"ship\"", ""},
+      {{"DIR", "--log", "--json"}, 0, "\"log\": [", ""},
+      {{"DIR/TP"}, 1, "verdict:    do-not-ship\n", ""},
+      {{"--jsn", "DIR"}, 2, "", "usage:"},
+      {{"DIR", "DIR"}, 2, "", "usage:"},
+      {{""}, 2, "", "usage:"},
+      {{"DIR/none"}, 2, "", "no such folder"},
+  };
+  for (const auto& [given, exitCode, out, err] : cases) {
+    std::vector<std::string> args;
+    for (const std::string& arg : given) args.push_back(arg.rfind("DIR", 0) == 0 ? package.dir.string() + arg.substr(3) : arg);
+    const CommandOutcome outcome = RunCommand(args);
+    const auto holds = [](const std::string& stream, const std::string& part) {
+      return part.empty() ? stream.empty() : stream.find(part) != std::string::npos;
+    };
+    EXPECT_TRUE(outcome.exitCode == exitCode && holds(outcome.out, out) && holds(outcome.err, err))
+        << testing::PrintToString(given) << " gave " << outcome.exitCode << "\n" << outcome.out << outcome.err;
+  }
+}
+
+TEST(CheckLogRecorder, KeepsTheLinesWhileItLivesAndGivesTheLoggerItsSettingsBack) {
+  el::Logger* logger = el::Loggers::getLogger("default");
+  const el::Configurations saved = *logger->configurations();
+  el::Loggers::reconfigureLogger("default", el::ConfigurationType::Enabled, "false");
+  auto recorder = std::make_unique<LogRecorder>();
+  LOG(INFO) << "recorded";
+  const std::vector<std::string> lines = recorder->Lines();
+  recorder.reset();
+  const bool enabledAfter = logger->typedConfigurations()->enabled(el::Level::Info);
+  el::Loggers::reconfigureLogger(logger, saved);
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_TRUE(lines[0].rfind("INFO check_package_test.cpp ", 0) == 0 && lines[0].find(": recorded") != std::string::npos)
+      << lines[0];
+  EXPECT_FALSE(enabledAfter);
 }
 
 }  // namespace

@@ -40,6 +40,13 @@ LRESULT UIMainWindow::HandleMessage(UINT uMsg, WPARAM wParam, LPARAM lParam) {
   switch (uMsg) {
     case WM_UPDATE_PROGRESS:
       SetProgress(static_cast<int>(wParam));
+      if (static_cast<int>(wParam) == 100 && session_ != nullptr) session_->UpdateFinished();
+      break;
+    case WM_QUERYENDSESSION:
+      if (session_ != nullptr) return session_->MaySessionEnd() ? TRUE : FALSE;
+      break;
+    case WM_ENDSESSION:
+      if (session_ != nullptr) session_->SessionEnding(wParam != FALSE);
       break;
     case WM_COUNTDOWN_TICK:
       UpdateCountdownText(static_cast<int>(wParam));

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include "platform/session_end.h"
 #include "ui/progress_window_core.h"
 #include "ui/skin/win32/window_impl_base.h"
 
@@ -40,6 +41,8 @@ class UIMainWindow : public WindowImplBase, private ProgressView {
   void StartCountdown() { core_.StartCountdown(); }
   void StopCountdown() { core_.StopCountdown(); }
   void UpdateCountdownText(int seconds) { core_.UpdateCountdownText(seconds); }
+  // Relays WM_QUERYENDSESSION, WM_ENDSESSION and the final 100 % to listener.
+  void ListenForSessionEnd(SessionEndListener* listener) { session_ = listener; }
 
   int m_nResourceId = 0;
 
@@ -57,6 +60,7 @@ class UIMainWindow : public WindowImplBase, private ProgressView {
   CControlUI* m_pCountdownLabel = nullptr;
   CControlUI* m_pUpdatingRow = nullptr;
   CControlUI* m_pCountdownRow = nullptr;
+  SessionEndListener* session_ = nullptr;
   Win32CountdownPlatform platform_;
   ProgressWindowCore core_;
 };

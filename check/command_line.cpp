@@ -1,0 +1,59 @@
+#include "check/command_line.h"
+
+#include <filesystem>
+#include <system_error>
+
+#include "check/package_checker.h"
+#include "check/report_writer.h"
+#include "driver/log_texts.h"
+
+namespace calder::check {
+
+namespace {
+
+const char kUsage[] =
+    "usage: calder-check [--json] [--log] PACKAGE_DIR\n"
+    "       calder-check --help | --version\n";
+
+const char kHelp[] =
+    "Checks a release package folder before it ships and predicts what\n"
+    "calder.exe --update will do with it.\n"
+    "  --json     print one JSON object instead of the report\n"
+    "  --log      add the log lines of the predicted run\n"
+    "  --help     print this help\n"
+    "  --version  print the tool version\n"
+    "Exit code 0: ready to ship; 1: do not ship; 2: could not check.\n";
+
+CommandOutcome Usage() { return {kExitCouldNotCheck, "", kUsage}; }
+
+}  // namespace
+
+CommandOutcome RunCommand(const std::vector<std::string>& args) {
+  bool json = false;
+  bool log = false;
+  std::string folder;
+  bool haveFolder = false;
+  for (const std::string& arg : args) {
+    if (arg == "--help") return {kExitShip, std::string(kUsage) + kHelp, ""};
+    if (arg == "--version") return {kExitShip, std::string("calder-check ") + kToolVersion + "\n", ""};
+    if (arg == "--json") {
+      json = true;
+    } else if (arg == "--log") {
+      log = true;
+    } else if (arg.empty() || arg[0] == '-' || haveFolder) {
+      return Usage();
+    } else {
+      folder = arg;
+      haveFolder = true;
+    }
+  }
+  if (!haveFolder) return Usage();
+  std::error_code error;
+  if (!std::filesystem::is_directory(folder, error)) {
+    return {kExitCouldNotCheck, "", "calder-check: no such folder: " + folder + "\n"};
+  }
+  const PackageReport report = CheckPackage(folder);
+  return {report.Ship() ? kExitShip : kExitDoNotShip, json ? JsonReport(report, log) : TextReport(report, log), ""};
+}
+
+}  // namespace calder::check

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace calder::check {
+
+constexpr uint8_t kDerInteger = 0x02;
+constexpr uint8_t kDerOctetString = 0x04;
+constexpr uint8_t kDerOid = 0x06;
+constexpr uint8_t kDerSequence = 0x30;
+constexpr uint8_t kDerSet = 0x31;
+constexpr uint8_t kDerExplicit0 = 0xA0;  // [0], constructed
+
+// Walks the elements of one DER level in order. Every length is checked
+// against what is left, so a forged one ends the walk instead of the buffer.
+class DerReader {
+ public:
+  DerReader() = default;
+  DerReader(const uint8_t* data, size_t size) : data_(data), size_(size) {}
+
+  // The next element when its tag is `tag`: its content becomes *inside.
+  bool Enter(uint8_t tag, DerReader* inside);
+  // The next element when its tag is `tag` and its content is `content`.
+  bool Expect(uint8_t tag, const std::vector<uint8_t>& content);
+  bool Skip();
+  const uint8_t* data() const { return data_; }
+  size_t size() const { return size_; }
+
+ private:
+  // Tag and content of the next element; consumes it.
+  bool Next(uint8_t* tag, const uint8_t** content, size_t* length);
+
+  const uint8_t* data_ = nullptr;
+  size_t size_ = 0;
+};
+
+}  // namespace calder::check

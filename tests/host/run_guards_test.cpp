@@ -1,0 +1,95 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "driver/run_guards.h"
+#include "driver/shutdown_guard.h"
+#include "platform/environment.h"
+#include "platform/update_lock.h"
+#include "tests/support/log_capture.h"
+
+namespace calder {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+// The guards' platform, recording what they ask of it in order.
+struct GuardPlatform : UpdateLock, PowerStatusSource, ShutdownBlocker {
+  LockAttempt Acquire() override { return calls.push_back("Acquire"), lock; }
+  void Release() override { calls.push_back("Release"); }
+  PowerStatus Read() override { return calls.push_back("ReadPower"), PowerStatus{0, 2, 10}; }
+  void Block(const wchar_t* text) override { calls.push_back("Block"), reason = text; }
+  void Unblock() override { calls.push_back("Unblock"); }
+  void EndProcess(int code) override { calls.push_back("EndProcess " + std::to_string(code)); }
+  LockAttempt lock;
+  Strings calls;
+  std::wstring reason;
+};
+
+// Flags as Windows sets them: 2 low, 4 critical, 8 charging, 128 no battery.
+TEST(BatteryRuleTest, OnlyAKnownLowOrCriticalBatteryStopsAnUpdate) {
+  const struct { PowerStatus power; bool allowed; } cases[] = {
+      {{0, 2, 24}, false}, {{0, 2, 25}, true},   {{0, 4, 40}, false},    {{1, 2 | 4 | 8, 5}, true},
+      {{255, 4, 5}, true}, {{0, 128, 255}, true}, {{0, 255, 30}, true}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(BatteryAllowsUpdate(c.power), c.allowed) << c.power.acLine << " " << c.power.chargePercent;
+  }
+}
+
+// Every run takes the lock; only "--update" reads the battery, and only with the lock.
+TEST(RunAdmissionTest, EachLockOutcomeLeadsWhereItShould) {
+  const std::string running = "ERROR run_guards.cpp: another update is running";
+  const std::string low = "ERROR run_guards.cpp: battery too low for an update: 10 % on battery, needs 25 % or AC power";
+  const struct { LockOutcome lock; std::string arg; bool admitted; std::string out; Strings calls, log; } cases[] = {
+      {LockOutcome::Taken, "--version", true, "", {"Acquire", "Release"}, {}},
+      {LockOutcome::Taken, "--update", false, "", {"Acquire", "ReadPower", "Release"}, {low}},
+      {LockOutcome::Held, "--update", false, "", {"Acquire"}, {running}},
+      {LockOutcome::Held, "--UPDATE", false, "", {"Acquire"}, {running}},
+      {LockOutcome::Held, "--version", false, "compound version:0.0.0.0.0.0.0.0\n", {"Acquire"}, {running}},
+      {LockOutcome::TakenOver, "--version", true, "", {"Acquire", "Release"},
+       {"INFO run_guards.cpp: previous update ended without releasing the lock"}},
+      {LockOutcome::NotCreatable, "--update", false, "", {"Acquire", "ReadPower"},
+       {"INFO run_guards.cpp: update lock could not be created: error 5", low}}};
+  for (auto c : cases) {
+    GuardPlatform platform;
+    platform.lock = {c.lock, 5};
+    Environment env;
+    env.updateLock = &platform;
+    env.powerStatus = &platform;
+    ScopedEnvironment scope(env);
+    test::LogCapture log;
+    std::string program = "calder.exe";
+    char* argv[] = {&program[0], &c.arg[0], nullptr};
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(RunAdmission(2, argv).Admitted(), c.admitted) << c.arg;
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), c.out);
+    EXPECT_EQ(platform.calls, c.calls) << c.arg;
+    EXPECT_EQ(log.Lines(), c.log) << c.arg;
+  }
+}
+
+// Held from the window to the final 100 %, one line per refused request; a
+// session that ends anyway during the update ends the process with 1.
+TEST(ShutdownGuardTest, HoldsOffTheSessionEndFromTheWindowToTheFinal100) {
+  GuardPlatform platform;
+  test::LogCapture log;
+  ShutdownGuard guard(platform);
+  EXPECT_TRUE(guard.MaySessionEnd());
+  guard.UpdateStarted();
+  EXPECT_EQ(platform.reason, L"正在升级触控板固件，请勿关机");
+  EXPECT_FALSE(guard.MaySessionEnd());
+  guard.SessionEnding(false);
+  EXPECT_FALSE(guard.MaySessionEnd());
+  guard.UpdateFinished();
+  EXPECT_TRUE(guard.MaySessionEnd());
+  guard.SessionEnding(true);  // after the update the system ends the process
+  guard.UpdateStarted();
+  guard.SessionEnding(true);
+  const std::string refused = "INFO shutdown_guard.cpp: shutdown refused: update in progress";
+  EXPECT_EQ(log.Lines(), (Strings{refused, refused, "ERROR shutdown_guard.cpp: session ending during update"}));
+  EXPECT_EQ(platform.calls, (Strings{"Block", "Unblock", "Block", "EndProcess 1"}));
+}
+
+}  // namespace
+}  // namespace calder

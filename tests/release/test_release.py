@@ -1,0 +1,191 @@
+"""scripts/release end to end: a package signed with a throwaway certificate,
+read back as the laptop maker's release review would. The SBOM must validate
+against the official CycloneDX 1.5 schema (offline, from
+scripts/install-sbom-schema), osslsigncode must accept the signatures and
+refuse a changed byte, the sums and the SBOM must list every shipped file, the
+binaries must be stripped with their symbols beside the release, and the
+notices must name every component with its licence text."""
+
+import hashlib
+import json
+import os
+import re
+import shutil
+import subprocess
+import tempfile
+import unittest
+import warnings
+import zipfile
+from pathlib import Path
+
+SOURCE = Path(os.environ.get("CALDER_SOURCE", Path(__file__).resolve().parents[2]))
+BUILD = Path(os.environ.get("CALDER_BUILD", SOURCE / "build" / "win"))
+SCHEMAS = SOURCE / "build" / "cyclonedx-schema"
+SIGNED = ["calder.exe", "rlottie.dll"]
+
+
+def run(*args, **kwargs):
+    return subprocess.run([str(a) for a in args], capture_output=True, text=True, **kwargs)
+
+
+def cyclonedx_validator():
+    import jsonschema
+    schemas = {p.name: json.loads(p.read_text()) for p in SCHEMAS.glob("*.schema.json")}
+    bom = schemas["bom-1.5.SNAPSHOT.schema.json"]
+    # The schema refers to its neighbours by file name: resolve them locally.
+    store = {}
+    for name, schema in schemas.items():
+        store[schema["$id"]] = schema
+        store["http://cyclonedx.org/schema/" + name] = schema
+    with warnings.catch_warnings():
+        warnings.simplefilter("ignore", DeprecationWarning)
+        resolver = jsonschema.RefResolver.from_schema(bom, store=store)
+        return jsonschema.Draft7Validator(bom, resolver=resolver)
+
+
+def version_strings(data):
+    """The StringFileInfo values of a version resource, read as UTF-16LE key,
+    NUL padding, value."""
+    text = data.decode("utf-16-le", errors="replace")
+    found = {}
+    for key in ["FileVersion", "ProductVersion", "ProductName", "CompanyName",
+                "FileDescription", "OriginalFilename", "LegalCopyright"]:
+        match = re.search(key + "\0+([^\0]+)\0", text) or re.search(
+            key + "\0+([^\0]+)\0", data[1:].decode("utf-16-le", errors="replace"))
+        found[key] = match.group(1) if match else None
+    return found
+
+
+class ReleaseTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.work = Path(tempfile.mkdtemp(prefix="calder-release-"))
+        run(SOURCE / "scripts" / "throwaway-certificate", cls.work / "cert")
+        vendor = cls.work / "vendor"
+        vendor.mkdir()
+        shutil.copy2(BUILD / "sim" / "btl_upgrade" / "btl_upgrade.dll", vendor)
+        shutil.copy2(BUILD / "stand-ins" / "btl_hid_transfer.dll", vendor)
+        (cls.work / "tp_fw.bin").write_bytes(bytes((i * 13 + 5) % 256 for i in range(0x4000)))
+        (cls.work / "1.0.2.3.bin").write_bytes(bytes((i * 7 + 1) % 251 + 1 for i in range(0x6000)))
+        cls.out = cls.work / "OUT"
+        cls.args = ["--tp", cls.work / "tp_fw.bin", "--force", cls.work / "1.0.2.3.bin",
+                    "--vendor", vendor]
+        cls.release = run(SOURCE / "scripts" / "release", *cls.args,
+                          "--sign-key", cls.work / "cert" / "key.pem",
+                          "--sign-cert", cls.work / "cert" / "cert.pem", cls.out)
+
+    @classmethod
+    def tearDownClass(cls):
+        shutil.rmtree(cls.work, ignore_errors=True)
+
+    def setUp(self):
+        self.assertEqual(self.release.returncode, 0, self.release.stdout + self.release.stderr)
+
+    def shipped(self):
+        return sorted((p.relative_to(self.out).as_posix() for p in self.out.rglob("*")
+                       if p.is_file() and p.name != "SHA256SUMS"), key=str.encode)
+
+    def test_sums_and_sbom_list_every_shipped_file_and_the_sbom_is_cyclonedx_1_5(self):
+        self.assertEqual(self.shipped(), sorted(
+            ["calder.exe", "rlottie.dll", "loading_dark.json", "btl_upgrade.dll",
+             "btl_hid_transfer.dll", "TP/tp_fw.bin", "Force/1.0.2.3.bin",
+             "THIRD-PARTY-NOTICES.txt", "calder.cdx.json"], key=str.encode))
+        digest = {p: hashlib.sha256((self.out / p).read_bytes()).hexdigest()
+                  for p in self.shipped()}
+        self.assertEqual((self.out / "SHA256SUMS").read_text(),
+                         "".join(f"{digest[p]}  {p}\n" for p in self.shipped()))
+        bom = json.loads((self.out / "calder.cdx.json").read_text())
+        errors = [e.message for e in cyclonedx_validator().iter_errors(bom)]
+        self.assertEqual(errors, [])
+        listed = {c["name"]: c for c in bom["components"]}
+        self.assertEqual({n: c["hashes"] for n, c in listed.items()},
+                         {p: [{"alg": "SHA-256", "content": digest[p]}]
+                          for p in self.shipped() if p != "calder.cdx.json"})
+        inside = {n: {i["name"]: i for i in c.get("components", [])} for n, c in listed.items()}
+        self.assertEqual(inside["rlottie.dll"]["rlottie"]["version"], "0.1+dfsg-4+deb12u2")
+        self.assertIn("LGPL-2.1-or-later", inside["rlottie.dll"]["rlottie"]["licenses"][0]["expression"])
+        self.assertEqual(sorted(inside["calder.exe"]), sorted(
+            ["Easylogging++", "pugixml", "zlib", "GCC runtime libraries (libstdc++, libgcc)",
+             "mingw-w64 runtime (start-up code, winpthreads)"]))
+        self.assertEqual([n for n, i in inside.items() if i and not n.endswith((".exe", ".dll"))], [])
+
+    def test_signatures_verify_and_a_changed_byte_does_not(self):
+        binaries = [self.out / n for n in SIGNED] + [self.out.with_name("OUT-check") / "calder-check.exe"]
+        for binary in binaries:
+            result = run("osslsigncode", "verify", "-CAfile", self.work / "cert" / "cert.pem",
+                         "-in", binary)
+            self.assertEqual(result.returncode, 0, binary.name + result.stdout + result.stderr)
+        tampered = self.work / "tampered.exe"
+        data = bytearray((self.out / "calder.exe").read_bytes())
+        data[0x400] ^= 1
+        tampered.write_bytes(data)
+        result = run("osslsigncode", "verify", "-CAfile", self.work / "cert" / "cert.pem",
+                     "-in", tampered)
+        self.assertNotEqual(result.returncode, 0)
+
+    def test_binaries_are_stripped_with_symbols_beside_the_release_and_carry_the_version(self):
+        symbols = self.out.with_name("OUT-symbols")
+        check = self.out.with_name("OUT-check") / "calder-check.exe"
+        for binary in [self.out / "calder.exe", self.out / "rlottie.dll", check]:
+            sections = run("x86_64-w64-mingw32-objdump", "-h", binary).stdout
+            self.assertNotIn(".debug_", sections, binary.name)
+            link = run("x86_64-w64-mingw32-objcopy", "--dump-section",
+                       f".gnu_debuglink={self.work / 'link'}", binary, self.work / "scratch")
+            self.assertEqual(link.returncode, 0, link.stderr)
+            name = (self.work / "link").read_bytes().split(b"\0")[0].decode()
+            self.assertEqual(name, binary.name + ".debug")
+            self.assertIn(".debug_info", run("x86_64-w64-mingw32-objdump", "-h",
+                                             symbols / name).stdout)
+        self.assertFalse(list(self.out.rglob("*.debug")))
+        # One C runtime heap for both sides of the DLL boundary, and no C++
+        # runtime DLL: what rlottie allocates, calder.exe frees.
+        imports = {b.name: sorted(re.findall(r"DLL Name: (\S+)", run(
+            "x86_64-w64-mingw32-objdump", "-p", b).stdout)) for b in [self.out / "calder.exe",
+                                                                    self.out / "rlottie.dll", check]}
+        self.assertEqual(imports["rlottie.dll"], ["KERNEL32.dll", "msvcrt.dll"])
+        for name in ["calder.exe", "calder-check.exe"]:
+            self.assertEqual([d for d in imports[name] if d in ("msvcrt.dll", "rlottie.dll")
+                              or d.startswith("lib")], ["msvcrt.dll", "rlottie.dll"], name)
+        for binary, name, description in [
+                (self.out / "calder.exe", "calder.exe", "Calder touch input firmware update"),
+                (check, "calder-check.exe", "Calder release package checker")]:
+            self.assertEqual(version_strings(binary.read_bytes()), {
+                "FileVersion": "2026.4.22.1", "ProductVersion": "2026.4.22.1",
+                "ProductName": "Calder", "CompanyName": "KORU", "FileDescription": description,
+                "OriginalFilename": name, "LegalCopyright": "Copyright (C) 2026 KORU"})
+
+    def test_notices_name_each_component_with_its_licence_text_and_rlottie_replacement(self):
+        notices = (self.out / "THIRD-PARTY-NOTICES.txt").read_text()
+        for title, package in [("rlottie 0.1+dfsg-4+deb12u2", "librlottie-dev"),
+                               ("pugixml 1.13", "libpugixml-dev"),
+                               ("Easylogging++", "libeasyloggingpp-dev"),
+                               ("zlib", "libz-mingw-w64-dev"), ("RapidJSON", "rapidjson-dev"),
+                               ("stb_image", "libstb-dev"),
+                               ("GCC runtime libraries", "g++-mingw-w64-x86-64-posix"),
+                               ("mingw-w64 runtime", "mingw-w64-x86-64-dev")]:
+            self.assertRegex(notices, "\n" + re.escape(title) + ".*\n={78}\n")
+            self.assertIn(Path(f"/usr/share/doc/{package}/copyright").read_text(errors="replace"),
+                          notices)
+        self.assertIn("Debian source package rlottie 0.1+dfsg-4+deb12u2", notices)
+        self.assertIn("Replacing rlottie.dll", notices)
+        with zipfile.ZipFile(self.out.with_name("OUT.zip")) as z:
+            self.assertEqual(sorted(z.namelist(), key=str.encode),
+                             sorted(self.shipped() + ["SHA256SUMS"], key=str.encode))
+
+    def test_mistakes_on_the_command_line_stop_before_anything_is_built(self):
+        taken = self.work / "taken"
+        (taken / "x").mkdir(parents=True)
+        for args, rc, message in [
+                (self.args, 2, "Usage"),
+                (self.args + ["--sign-key", self.work / "cert" / "key.pem", self.work / "o"], 1,
+                 "--sign-key and --sign-cert go together"),
+                (self.args + [taken], 1, "exists and is not empty"),
+                (["--tp", self.work / "none.bin"] + self.args[2:] + [self.work / "o"], 1,
+                 "not found")]:
+            result = run(SOURCE / "scripts" / "release", *args)
+            self.assertEqual((result.returncode, message in result.stderr), (rc, True),
+                             result.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
