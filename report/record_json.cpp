@@ -176,9 +176,7 @@ class Reader {
     const size_t dot = text.find('.');
     long long whole = 0;
     std::from_chars(text.data(), text.data() + (dot == std::string::npos ? text.size() : dot), whole);
-    // A duration no run can have (negative, or beyond a year) is a damaged record.
-    constexpr long long kMaxSeconds = 366LL * 24 * 3600;
-    if (whole < 0 || whole > kMaxSeconds) return kNoTime;
+    if (whole < 0 || whole > kLongestRunMs / 1000) return kNoTime;
     int64_t ms = whole * 1000;
     if (dot != std::string::npos) {
       int scale = 100;

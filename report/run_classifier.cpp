@@ -17,7 +17,8 @@ bool ParseInt(std::string_view text, int* value) {
 
 // The time from an opening to a closing line, if both came in order.
 int64_t Span(int64_t open, int64_t close) {
-  return open != kNoTime && close != kNoTime && close >= open ? close - open : kNoTime;
+  if (open == kNoTime || close == kNoTime || close < open || close - open > kLongestRunMs) return kNoTime;
+  return close - open;
 }
 
 }  // namespace
@@ -151,7 +152,7 @@ RunRecord RunClassifier::Finish() const {
   record.cause = DecideCause(record.kind, record.outcome, &record.evidence);
   if (first_ != kNoTime) {
     record.started = std::string(started_);
-    record.totalMs = last_ - first_ >= 0 ? last_ - first_ : kNoTime;
+    record.totalMs = Span(first_, last_);
   }
   record.touchpadMs = touchpadMs_;
   record.forceMs = forceMs_;

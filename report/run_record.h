@@ -58,6 +58,8 @@ bool CauseFromCode(std::string_view text, Cause* cause);
 bool StepFromCode(std::string_view text, Step* step);
 
 constexpr int64_t kNoTime = -1;
+// No run lasts longer: a span beyond it comes from a damaged log or record.
+constexpr int64_t kLongestRunMs = 366LL * 24 * 3600 * 1000;
 
 // What one run's log says.
 struct RunRecord {
