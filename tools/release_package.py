@@ -21,7 +21,7 @@ import zipfile
 from pathlib import Path
 
 GCC = "g++-mingw-w64-x86-64-posix"
-LINKED_IN_BOTH = ["calder.exe", "rlottie.dll"]
+LINKED_IN_ALL = ["calder.exe", "rlottie.dll", "calder-check.exe"]
 
 
 class Component:
@@ -45,14 +45,17 @@ COMPONENTS = [
               note="Header-only JSON parser compiled into rlottie."),
     Component("stb_image", "stb_image", "libstb-dev", "MIT OR Unlicense", ["rlottie.dll"],
               note="Header-only image decoder compiled into rlottie."),
-    Component("easyloggingpp", "Easylogging++", "libeasyloggingpp-dev", "MIT", ["calder.exe"]),
+    Component("easyloggingpp", "Easylogging++", "libeasyloggingpp-dev", "MIT",
+              ["calder.exe", "calder-check.exe"]),
+    Component("nlohmann-json", "JSON for Modern C++", "nlohmann-json3-dev", "MIT", ["calder-check.exe"],
+              note="Header-only JSON parser compiled into calder-check, which reads the SBOM."),
     Component("pugixml", "pugixml", "libpugixml-dev", "MIT", ["calder.exe"], source="pugixml"),
     Component("zlib", "zlib", "libz-mingw-w64-dev", "Zlib", ["calder.exe"]),
     Component("gcc-runtime", "GCC runtime libraries (libstdc++, libgcc)", GCC,
-              "GPL-3.0-or-later WITH GCC-exception-3.1", LINKED_IN_BOTH,
+              "GPL-3.0-or-later WITH GCC-exception-3.1", LINKED_IN_ALL,
               note="Linked statically under the GCC Runtime Library Exception."),
     Component("mingw-w64-runtime", "mingw-w64 runtime (start-up code, winpthreads)",
-              "mingw-w64-x86-64-dev", "ZPL-2.1 AND MIT AND BSD-3-Clause", LINKED_IN_BOTH),
+              "mingw-w64-x86-64-dev", "ZPL-2.1 AND MIT AND BSD-3-Clause", LINKED_IN_ALL),
 ]
 
 
@@ -108,7 +111,8 @@ package as changed.
 
 def notices(deps):
     parts = ["Third-party software in this package\n",
-             "calder.exe and rlottie.dll contain the components below. loading_dark.json\n"
+             "calder.exe, rlottie.dll and calder-check.exe (beside the package, for release\n"
+             "engineers) contain the components below. loading_dark.json\n"
              "is Calder's own. btl_upgrade.dll, btl_hid_transfer.dll and the firmware in\n"
              "TP\\ and Force\\ are the chip vendor's, delivered under the maker's agreement\n"
              "with the vendor, and are not described here.\n"]
