@@ -1,7 +1,7 @@
 // The whole update path on the host against the three device models: the
 // peak memory of `main --update` with a 49 KB force image, the touchpad
 // phase (reset, its fixed pause, TPMain) and the version report on the real
-// clock, each against the sum of its specified pauses.
+// clock, each against the sum of the pauses it must take.
 #include <sys/resource.h>
 
 #include <chrono>

@@ -42,7 +42,7 @@ using Bytes = std::vector<uint8_t>;
 // A PE image: the headers at 0, an empty first section spanning RVAs 0x1000
 // to 0x2000, and a data section at RVA 0x2000 (file offset 0x400) with the
 // export directory, then the imports.
-struct PeSpec {
+struct PeLayout {
   uint16_t machine = 0x8664;
   uint16_t characteristics = 0x0022;  // executable, large-address aware
   uint16_t subsystem = 2;
@@ -73,17 +73,17 @@ uint32_t AddName(Bytes& d, const std::string& name, bool hint = false) {
   return rva;
 }
 
-Bytes DataSection(const PeSpec& spec, uint32_t* importRva) {
-  const size_t width = spec.magic == 0x20B ? 8 : 4;
-  Bytes d(40 + 4 * spec.exports.size());
-  PutLe(d, 24, static_cast<uint32_t>(spec.exports.size()), 4);
+Bytes DataSection(const PeLayout& layout, uint32_t* importRva) {
+  const size_t width = layout.magic == 0x20B ? 8 : 4;
+  Bytes d(40 + 4 * layout.exports.size());
+  PutLe(d, 24, static_cast<uint32_t>(layout.exports.size()), 4);
   PutLe(d, 32, kPeDataRva + 40, 4);
-  for (size_t i = 0; i < spec.exports.size(); ++i) PutLe(d, 40 + 4 * i, AddName(d, spec.exports[i]), 4);
+  for (size_t i = 0; i < layout.exports.size(); ++i) PutLe(d, 40 + 4 * i, AddName(d, layout.exports[i]), 4);
   const size_t descriptors = d.size();
   *importRva = static_cast<uint32_t>(kPeDataRva + descriptors);
-  d.resize(descriptors + 20 * (spec.imports.size() + 1));
-  for (size_t j = 0; j < spec.imports.size(); ++j) {
-    const auto& [library, entries] = spec.imports[j];
+  d.resize(descriptors + 20 * (layout.imports.size() + 1));
+  for (size_t j = 0; j < layout.imports.size(); ++j) {
+    const auto& [library, entries] = layout.imports[j];
     const size_t lookup = d.size();
     d.resize(lookup + width * (entries.size() + 1));
     for (size_t k = 0; k < entries.size(); ++k) {
@@ -95,28 +95,28 @@ Bytes DataSection(const PeSpec& spec, uint32_t* importRva) {
     for (const size_t field : {0, 16}) PutLe(d, descriptors + 20 * j + field, kPeDataRva + static_cast<uint32_t>(lookup), 4);
     PutLe(d, descriptors + 20 * j + 12, AddName(d, library), 4);
   }
-  d.resize(d.size() + spec.zeroPadding);
+  d.resize(d.size() + layout.zeroPadding);
   return d;
 }
 
-Bytes BuildPe(const PeSpec& spec) {
+Bytes BuildPe(const PeLayout& layout) {
   uint32_t importRva = 0;
-  const Bytes data = DataSection(spec, &importRva);
+  const Bytes data = DataSection(layout, &importRva);
   const size_t optional = 0x58;
-  const size_t headerEnd = optional + spec.optionalSize;
-  const size_t countAt = optional + (spec.magic == 0x20B ? 108 : 92);
+  const size_t headerEnd = optional + layout.optionalSize;
+  const size_t countAt = optional + (layout.magic == 0x20B ? 108 : 92);
   Bytes b(0x400);
   // Offset, value, width.
   const std::tuple<size_t, uint32_t, int> fields[] = {
-      {0, 0x5A4D, 2}, {0x3C, 0x40, 4}, {0x40, 0x4550, 4}, {0x44, spec.machine, 2}, {0x46, 2, 2},
-      {0x54, spec.optionalSize, 2}, {0x56, spec.characteristics, 2}, {optional, spec.magic, 2},
-      {optional + 68, spec.subsystem, 2}, {headerEnd + 8, 0x1000, 4}, {headerEnd + 12, 0x1000, 4},
-      {headerEnd + 48, static_cast<uint32_t>(data.size() + spec.virtualExtra), 4}, {headerEnd + 52, kPeDataRva, 4},
+      {0, 0x5A4D, 2}, {0x3C, 0x40, 4}, {0x40, 0x4550, 4}, {0x44, layout.machine, 2}, {0x46, 2, 2},
+      {0x54, layout.optionalSize, 2}, {0x56, layout.characteristics, 2}, {optional, layout.magic, 2},
+      {optional + 68, layout.subsystem, 2}, {headerEnd + 8, 0x1000, 4}, {headerEnd + 12, 0x1000, 4},
+      {headerEnd + 48, static_cast<uint32_t>(data.size() + layout.virtualExtra), 4}, {headerEnd + 52, kPeDataRva, 4},
       {headerEnd + 56, static_cast<uint32_t>(data.size()), 4}, {headerEnd + 60, 0x400, 4}};
   for (const auto& [at, value, width] : fields) PutLe(b, at, value, width);
   // Only what the optional header holds: the sections follow it.
   const std::pair<size_t, uint32_t> directories[] = {
-      {countAt, spec.directories}, {countAt + 4, spec.exportRva ? spec.exportRva : kPeDataRva}, {countAt + 12, importRva}};
+      {countAt, layout.directories}, {countAt + 4, layout.exportRva ? layout.exportRva : kPeDataRva}, {countAt + 12, importRva}};
   for (const auto& [at, value] : directories) {
     if (at + 4 <= headerEnd) PutLe(b, at, value, 4);
   }
@@ -154,25 +154,25 @@ std::string ReferenceSha256(const Bytes& bytes) {
   return HexOf(digest, size);
 }
 
-PeSpec Good() { return {0x8664, 0x0022, 2, 0x20B, 240, 16, {"a", "b"}, {{"x.dll", {"c", "#7", "d"}}}}; }
+PeLayout Good() { return {0x8664, 0x0022, 2, 0x20B, 240, 16, {"a", "b"}, {{"x.dll", {"c", "#7", "d"}}}}; }
 
-Bytes With(const std::function<void(PeSpec&)>& change, long resize = 0) {
-  PeSpec spec = Good();
-  change(spec);
-  Bytes image = BuildPe(spec);
+Bytes With(const std::function<void(PeLayout&)>& change, long resize = 0) {
+  PeLayout layout = Good();
+  change(layout);
+  Bytes image = BuildPe(layout);
   image.resize(resize > 0 ? size_t(resize) : image.size() + size_t(-resize));
   return image;
 }
 
-Bytes Cut(long size) { return With([](PeSpec&) {}, size); }
+Bytes Cut(long size) { return With([](PeLayout&) {}, size); }
 
 // No exports; the export entry points `back` bytes before the end of the data
 // section, whose last `padding` bytes are zero.
 Bytes ExportDirectoryAtTheEnd(size_t padding, size_t back, uint32_t virtualExtra = 0, long tail = 0) {
-  PeSpec spec = Good();
-  spec.exports = {}, spec.zeroPadding = padding, spec.virtualExtra = virtualExtra;
-  spec.exportRva = static_cast<uint32_t>(kPeDataRva + BuildPe(spec).size() - 0x400 - back);
-  return With([&](PeSpec& s) { s = spec; }, -tail);
+  PeLayout layout = Good();
+  layout.exports = {}, layout.zeroPadding = padding, layout.virtualExtra = virtualExtra;
+  layout.exportRva = static_cast<uint32_t>(kPeDataRva + BuildPe(layout).size() - 0x400 - back);
+  return With([&](PeLayout& s) { s = layout; }, -tail);
 }
 
 std::vector<std::string> Numbered(size_t count) {
@@ -188,31 +188,31 @@ TEST(PeReaderBounds, ReadsUpToEachEdgeAndNotOnePast) {
   // Image, the problem ("" when valid), export names, imported names.
   const std::tuple<const char*, Bytes, std::string, size_t, size_t> cases[] = {
       {"good", Cut(goodSize), "", 2, 2},
-      {"PE32", With([](PeSpec& s) { s.magic = 0x10B, s.optionalSize = 224; }), "", 2, 2},
+      {"PE32", With([](PeLayout& s) { s.magic = 0x10B, s.optionalSize = 224; }), "", 2, 2},
       {"only MZ", Cut(2), "no PE signature", 0, 0},
       {"signature cut by one", Cut(0x43), "no PE signature", 0, 0},
       {"file header right after the signature", Cut(0x44), "file header cut short", 0, 0},
       {"optional header right after the file header", Cut(0x58), "optional header cut short", 0, 0},
-      {"optional header ends at the subsystem", With([](PeSpec& s) { s.optionalSize = 70; }), "", 0, 0},
-      {"optional header ends in the subsystem", With([](PeSpec& s) { s.optionalSize = 69; }),
+      {"optional header ends at the subsystem", With([](PeLayout& s) { s.optionalSize = 70; }), "", 0, 0},
+      {"optional header ends in the subsystem", With([](PeLayout& s) { s.optionalSize = 69; }),
        "optional header cut short", 0, 0},
-      {"header holds only the export entry", With([](PeSpec& s) { s.optionalSize = 120; }), "", 2, 0},
-      {"header cut in the export entry", With([](PeSpec& s) { s.optionalSize = 119; }), "", 0, 0},
-      {"count says one directory", With([](PeSpec& s) { s.directories = 1; }), "", 2, 0},
+      {"header holds only the export entry", With([](PeLayout& s) { s.optionalSize = 120; }), "", 2, 0},
+      {"header cut in the export entry", With([](PeLayout& s) { s.optionalSize = 119; }), "", 0, 0},
+      {"count says one directory", With([](PeLayout& s) { s.directories = 1; }), "", 2, 0},
       {"section table cut short", Cut(0x58 + 240 + 40 + 23), "section table cut short", 0, 0},
       {"last name cut before its NUL", Cut(goodSize - 1), importsOutside, 0, 0},
       {"export directory ends the section", ExportDirectoryAtTheEnd(40, 40), "", 0, 2},
       {"export directory cut by one", ExportDirectoryAtTheEnd(39, 39), exportsOutside, 0, 0},
       {"export directory past the raw data", ExportDirectoryAtTheEnd(0, 0, 0x100, 0x100), exportsOutside, 0, 0},
-      {"longest name", With([](PeSpec& s) { s.exports = {std::string(1023, 'n')}; }), "", 1, 2},
-      {"name one too long", With([](PeSpec& s) { s.exports = {std::string(1024, 'n')}; }), exportsOutside, 0, 0},
-      {"most exports", With([](PeSpec& s) { s.exports = Numbered(65536); }), "", 65536, 2},
-      {"one export too many", With([](PeSpec& s) { s.exports = Numbered(65537); }), exportsOutside, 0, 0},
-      {"most imported names", With([](PeSpec& s) { s.imports = {{"x.dll", Numbered(65536)}}; }), "", 2, 65536},
-      {"one imported name too many", With([](PeSpec& s) { s.imports = {{"x.dll", Numbered(65537)}}; }),
+      {"longest name", With([](PeLayout& s) { s.exports = {std::string(1023, 'n')}; }), "", 1, 2},
+      {"name one too long", With([](PeLayout& s) { s.exports = {std::string(1024, 'n')}; }), exportsOutside, 0, 0},
+      {"most exports", With([](PeLayout& s) { s.exports = Numbered(65536); }), "", 65536, 2},
+      {"one export too many", With([](PeLayout& s) { s.exports = Numbered(65537); }), exportsOutside, 0, 0},
+      {"most imported names", With([](PeLayout& s) { s.imports = {{"x.dll", Numbered(65536)}}; }), "", 2, 65536},
+      {"one imported name too many", With([](PeLayout& s) { s.imports = {{"x.dll", Numbered(65537)}}; }),
        importsOutside, 0, 0},
-      {"most imported libraries", With([](PeSpec& s) { s.imports.assign(4096, {"x.dll", {}}); }), "", 2, 0},
-      {"one imported library too many", With([](PeSpec& s) { s.imports.assign(4097, {"x.dll", {}}); }),
+      {"most imported libraries", With([](PeLayout& s) { s.imports.assign(4096, {"x.dll", {}}); }), "", 2, 0},
+      {"one imported library too many", With([](PeLayout& s) { s.imports.assign(4097, {"x.dll", {}}); }),
        importsOutside, 0, 0},
   };
   for (const auto& [name, image, problem, exports, imports] : cases) {
