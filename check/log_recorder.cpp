@@ -1,6 +1,7 @@
 #include "check/log_recorder.h"
 
 #include "base/log.h"
+#include "driver/logging.h"
 
 namespace calder::check {
 
@@ -26,25 +27,16 @@ class Dispatch : public el::LogDispatchCallback {
   }
 };
 
-void Configure(bool enabled) {
-  el::Configurations config;
-  config.setGlobally(el::ConfigurationType::Enabled, enabled ? "true" : "false");
-  config.setGlobally(el::ConfigurationType::ToFile, "false");
-  config.setGlobally(el::ConfigurationType::ToStandardOutput, "false");
-  el::Loggers::reconfigureLogger(el::Loggers::getLogger("default", true), config);
-  el::Loggers::addFlag(el::LoggingFlag::DisableApplicationAbortOnFatalLog);
-}
-
 }  // namespace
 
-void SilenceProgramLog() { Configure(false); }
+void SilenceProgramLog() { QuietDefaultLogger(false); }
 
 LogRecorder::LogRecorder() {
   g_saved = *el::Loggers::getLogger("default", true)->configurations();
   el::Helpers::installLogDispatchCallback<Dispatch>(kDispatchId);
   g_lines.clear();
   g_recording = true;
-  Configure(true);
+  QuietDefaultLogger();
 }
 
 LogRecorder::~LogRecorder() {

@@ -77,6 +77,15 @@ void BuildLoggerConfiguration(const std::string& logFile, el::Configurations* co
   config->setGlobally(el::ConfigurationType::LogFlushThreshold, "1");
 }
 
+void QuietDefaultLogger(bool enabled) {
+  el::Configurations config;
+  config.setGlobally(el::ConfigurationType::Enabled, enabled ? "true" : "false");
+  config.setGlobally(el::ConfigurationType::ToFile, "false");
+  config.setGlobally(el::ConfigurationType::ToStandardOutput, "false");
+  el::Loggers::reconfigureLogger(el::Loggers::getLogger("default", true), config);
+  el::Loggers::addFlag(el::LoggingFlag::DisableApplicationAbortOnFatalLog);
+}
+
 void InitLogging() {
   CreateFolderChain(kLogFolder);
   const TrustVerdict verdict = CheckChain(kLogFolder);

@@ -28,6 +28,11 @@ std::string LogFilePath(const std::string& folder, const LocalTime& time, unsign
 // The default logger's settings for one run, applied to every level.
 void BuildLoggerConfiguration(const std::string& logFile, el::Configurations* config);
 
+// The default logger with neither file nor standard output: its lines reach
+// only the dispatch callbacks (a recorder, a test's capture), or nobody when
+// it is disabled. For the programs and tests that run the core off the laptop.
+void QuietDefaultLogger(bool enabled = true);
+
 // Logs to standard output only when the log folder's chain is refused, with
 // one line saying which folder and why.
 void InitLogging();

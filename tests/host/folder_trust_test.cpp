@@ -71,7 +71,7 @@ INSTANTIATE_TEST_SUITE_P(
 class TrustedWrites : public ::testing::Test {
  protected:
   TrustedWrites() { sys.Into(&env); }
-  ~TrustedWrites() override { test::QuietDefaultLogger(); }
+  ~TrustedWrites() override { QuietDefaultLogger(); }
 
   FakeSystem sys;
   Environment env;

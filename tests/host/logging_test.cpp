@@ -44,7 +44,7 @@ TEST_F(MachineTest, InitLoggingSendsEveryLevelToThisRunsFileAndToTheConsole) {
   }
   EXPECT_TRUE(el::Loggers::hasFlag(el::LoggingFlag::DisableApplicationAbortOnFatalLog));
   EXPECT_EQ(sys.createdDirs.back(), kLogFolder);
-  test::QuietDefaultLogger();
+  QuietDefaultLogger();
   std::remove(file.c_str());  // a plain name in the working folder on this host
 }
 

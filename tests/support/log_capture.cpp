@@ -60,12 +60,4 @@ bool LogCapture::Contains(const std::string& message) const {
 
 void LogCapture::Clear() { Capture(true); }
 
-void QuietDefaultLogger() {
-  el::Configurations config;
-  config.setGlobally(el::ConfigurationType::ToFile, "false");
-  config.setGlobally(el::ConfigurationType::ToStandardOutput, "false");
-  el::Loggers::reconfigureLogger(el::Loggers::getLogger("default", true), config);
-  el::Loggers::addFlag(el::LoggingFlag::DisableApplicationAbortOnFatalLog);
-}
-
 }  // namespace calder::test

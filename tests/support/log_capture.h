@@ -28,7 +28,4 @@ class LogCapture {
   void Clear();
 };
 
-// Keeps the default logger off the console and out of files during tests.
-void QuietDefaultLogger();
-
 }  // namespace calder::test

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "sim/protocol_violations.h"
+#include "driver/logging.h"
 #include "tests/support/log_capture.h"
 
 namespace {
@@ -21,6 +22,6 @@ class ProtocolViolationCheck : public testing::EmptyTestEventListener {
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
   testing::UnitTest::GetInstance()->listeners().Append(new ProtocolViolationCheck);
-  calder::test::QuietDefaultLogger();
+  calder::QuietDefaultLogger();
   return RUN_ALL_TESTS();
 }

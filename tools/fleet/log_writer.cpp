@@ -81,14 +81,6 @@ class Dispatch : public el::LogDispatchCallback {
 
 }  // namespace
 
-void QuietProgramLog() {
-  el::Configurations config;
-  config.setGlobally(el::ConfigurationType::ToFile, "false");
-  config.setGlobally(el::ConfigurationType::ToStandardOutput, "false");
-  el::Loggers::reconfigureLogger(el::Loggers::getLogger("default", true), config);
-  el::Loggers::addFlag(el::LoggingFlag::DisableApplicationAbortOnFatalLog);
-}
-
 Stamp After(const LocalTime& start, uint64_t ms) {
   const int64_t startSeconds =
       DaysFromCivil(start.year, start.month, start.day) * 86400 + start.hour * 3600 + start.minute * 60 + start.second;

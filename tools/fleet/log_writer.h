@@ -9,10 +9,6 @@
 
 namespace calder::fleet {
 
-// The default logger writes to neither console nor file; its lines still
-// reach a LogWriter.
-void QuietProgramLog();
-
 // A moment of local time with milliseconds.
 struct Stamp {
   LocalTime time;

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "driver/logging.h"
 #include "tools/fleet/log_writer.h"
 #include "tools/fleet/scenarios.h"
 #include "tools/fleet/simulated_machine.h"
@@ -94,7 +95,7 @@ int main(int argc, char** argv) {
     }
   }
   if (count < 1 || distinct < 1) return Usage();
-  calder::fleet::QuietProgramLog();
+  calder::QuietDefaultLogger();
   std::error_code error;
   fs::create_directories(out, error);
   const fs::path stage = out / ".stage";
