@@ -20,8 +20,11 @@ uint8_t Sum8(const uint8_t* bytes, int length) {
   return static_cast<uint8_t>(sum);
 }
 
-void AppendLe32(Frame& out, uint32_t value) {
-  for (int shift = 0; shift < 32; shift += 8) out.push_back(static_cast<uint8_t>(value >> shift));
+// Every builder allocates its frame once: a phase sends hundreds of them.
+uint8_t ByteOf(uint32_t value, int shift) { return static_cast<uint8_t>(value >> shift); }
+
+void PutLe32(uint8_t* out, uint32_t value) {
+  for (int shift = 0; shift < 32; shift += 8) *out++ = ByteOf(value, shift);
 }
 
 // Touch controller output report: SET_REPORT for report 0x0E through the
@@ -41,43 +44,44 @@ Frame SensorWriteFrame(const uint8_t* payload, int length) {
 Frame ReadRequestFrame(uint8_t length) { return {0xFF, 0x52, length, 0x00}; }
 
 Frame CommandFrame(BootCommand command, const uint8_t* data, uint16_t length) {
-  Frame packet = {0x00,
-                  0x01,
-                  0x81,
-                  command.group,
-                  command.code,
-                  static_cast<uint8_t>(length & 0xFF),
-                  static_cast<uint8_t>(length >> 8),
-                  0x01,
-                  Sum8(data, length)};
-  packet[0] = Sum8(&packet[1], kPacketHeaderLength - 1);
-  packet.insert(packet.end(), data, data + length);
-  return SensorWriteFrame(packet.data(), static_cast<int>(packet.size()));
+  Frame frame(sizeof kSensorWritePrefix + kPacketHeaderLength + length);
+  std::copy_n(kSensorWritePrefix, sizeof kSensorWritePrefix, frame.begin());
+  uint8_t* packet = frame.data() + sizeof kSensorWritePrefix;
+  const uint8_t header[kPacketHeaderLength] = {0x00,
+                                               0x01,
+                                               0x81,
+                                               command.group,
+                                               command.code,
+                                               static_cast<uint8_t>(length & 0xFF),
+                                               static_cast<uint8_t>(length >> 8),
+                                               0x01,
+                                               Sum8(data, length)};
+  std::copy_n(header, kPacketHeaderLength, packet);
+  packet[0] = Sum8(packet + 1, kPacketHeaderLength - 1);
+  std::copy_n(data, length, packet + kPacketHeaderLength);
+  return frame;
 }
 
 Frame EraseData(uint8_t sectors, uint32_t address) {
-  Frame data = {sectors, 0x00};
-  AppendLe32(data, address);
-  return data;
+  return {sectors, 0x00, ByteOf(address, 0), ByteOf(address, 8), ByteOf(address, 16),
+          ByteOf(address, 24)};
 }
 
 Frame WriteFlashData(uint32_t address, const uint8_t* block64) {
-  Frame data;
-  AppendLe32(data, address);
-  data.insert(data.end(), block64, block64 + kWriteBlockSize);
+  Frame data(4 + kWriteBlockSize);
+  PutLe32(data.data(), address);
+  std::copy_n(block64, kWriteBlockSize, data.begin() + 4);
   return data;
 }
 
 Frame ReadFlashData(uint32_t address) {
-  Frame data = {static_cast<uint8_t>(kReadChunkSize), 0x00};
-  AppendLe32(data, address);
-  return data;
+  return {static_cast<uint8_t>(kReadChunkSize), 0x00, ByteOf(address, 0), ByteOf(address, 8),
+          ByteOf(address, 16), ByteOf(address, 24)};
 }
 
 Frame RunApplicationData() {
-  Frame data;
-  AppendLe32(data, kApplicationStart);
-  return data;
+  return {ByteOf(kApplicationStart, 0), ByteOf(kApplicationStart, 8),
+          ByteOf(kApplicationStart, 16), ByteOf(kApplicationStart, 24)};
 }
 
 bool ConnectReplyOk(const uint8_t* reply) {
@@ -93,10 +97,10 @@ Frame TouchFrame(bool disable) {
   const uint8_t payload[7] = {0x00, 0x00, 0x02, 0x00, 0x00, 0xA1, disable ? uint8_t{1} : uint8_t{0}};
   uint8_t x = 0;
   for (uint8_t b : payload) x ^= b;
-  Frame frame(kTouchFrameHead, kTouchFrameHead + sizeof kTouchFrameHead);
-  frame.push_back(static_cast<uint8_t>(x + 1));
-  frame.insert(frame.end(), payload, payload + 7);
-  frame.resize(kTouchFrameLength, 0x00);
+  Frame frame(kTouchFrameLength, 0x00);
+  std::copy_n(kTouchFrameHead, sizeof kTouchFrameHead, frame.begin());
+  frame[sizeof kTouchFrameHead] = static_cast<uint8_t>(x + 1);
+  std::copy_n(payload, sizeof payload, frame.begin() + sizeof kTouchFrameHead + 1);
   return frame;
 }
 

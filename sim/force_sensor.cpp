@@ -267,13 +267,17 @@ void ForceSensor::HandleCommand(uint8_t group, uint8_t code, const uint8_t* data
                   static_cast<int>(writtenBlocks.size()) >= faults.silentAfterBlocks;
       }
     }
-    std::vector<uint8_t> reply = {ok ? kStatusOk : kStatusFailed};
+    std::vector<uint8_t> reply;
+    reply.reserve(5);
+    reply.push_back(ok ? kStatusOk : kStatusFailed);
     PutLe32(reply, address);
     Reply(0x03, 0x02, reply);
   } else if (group == 0x03 && code == 0x11 && length == 6 && data[0] == kReadChunk && data[1] == 0) {
     const uint32_t address = Le32(data + 2);
     flashReads.push_back(address);
-    std::vector<uint8_t> reply = {kStatusOk};
+    std::vector<uint8_t> reply;
+    reply.reserve(5 + kReadChunk);
+    reply.push_back(kStatusOk);
     PutLe32(reply, address);
     const std::vector<uint8_t> bytes = ReadFlash(address, kReadChunk);
     reply.insert(reply.end(), bytes.begin(), bytes.end());
