@@ -37,6 +37,18 @@ TEST(BatteryRuleTest, OnlyAKnownLowOrCriticalBatteryStopsAnUpdate) {
   }
 }
 
+TEST(RunModeTest, OnlyExactlyOneArgumentVersionIsAVersionQuery) {
+  std::string program = "calder.exe", version = "--version", other = "--VERSION";
+  char* argv[] = {&program[0], &version[0], &version[0], nullptr};
+  char* upper[] = {&program[0], &other[0], nullptr};
+  char* missing[] = {&program[0], nullptr, nullptr};
+  EXPECT_TRUE(IsVersionQuery(2, argv));
+  EXPECT_FALSE(IsVersionQuery(3, argv));
+  EXPECT_FALSE(IsVersionQuery(1, argv));
+  EXPECT_FALSE(IsVersionQuery(2, upper));
+  EXPECT_FALSE(IsVersionQuery(2, missing));
+}
+
 // Every run takes the lock; only "--update" reads the battery, and only with the lock.
 TEST(RunAdmissionTest, EachLockOutcomeLeadsWhereItShould) {
   const std::string running = "ERROR run_guards.cpp: another update is running";
