@@ -158,7 +158,7 @@ FleetSummary SmallFleet() {
     s.Add(r, "ok");
   }
   r.outcome = Outcome::kFailure;
-  r.cause = Cause::kForceWrite;
+  r.cause = Cause::kComInit;
   s.Add(r, "b/<Calder_2>&.log");
   s.Add(r, "a/Calder_9.log");
   r.outcome = Outcome::kInterrupted;
@@ -188,13 +188,13 @@ TEST(ReportSummary, TextGivesEveryFigureOfTheFleet) {
             "success rate   50.0 % of 6 conclusive updates: red, confidence low\n"
             "refused        1 (try again later)\n"
             "causes\n"
-            "  force-write              2   50.0 %   a/Calder_9.log\n"
+            "  com-init                 2   50.0 %   a/Calder_9.log\n"
             "  battery-low              1   25.0 %   d/Calder_4.log\n"
             "  interrupted              1   25.0 %   c/Calder_3.log\n"
             "durations of successful updates: median 41.6 s, 95th percentile 65.3 s\n"
             "per target force version\n"
             "  (not reached)     runs        1   success    n/a %   top cause battery-low\n"
-            "  1.0.2.3           runs        6   success   50.0 %   top cause force-write\n"
+            "  1.0.2.3           runs        6   success   50.0 %   top cause com-init\n"
             "interrupted updates by last step\n"
             "  force-verify             1\n"
             "unreadable (the first in name order)\n"
@@ -210,13 +210,14 @@ TEST(ReportPage, ShowsTheFiguresEscapedWithTheBandAndTheDurationAxis) {
       "<tr><td>update</td><td class=\"n\">7</td><td class=\"n\">3</td><td class=\"n\">2</td><td class=\"n\">1</td>"
       "<td class=\"n\">1</td></tr>",
       ">2 (50.0 %)</text>",
-      "<td>force-write</td><td class=\"n\">2</td><td>a/Calder_9.log</td>",
+      "<td>com-init</td><td class=\"n\">2</td><td>a/Calder_9.log</td>",
+      "battery-low</text><rect x=\"170\" y=\"33\" width=\"210\" height=\"18\" fill=\"#9e9e9e\"/>",
       "<p>median <b>41.6 s</b>, 95th percentile <b>65.3 s</b></p>",
       // 40.0 s to 65.4 s in 30 columns of 0.9 s: the first and the last.
       "height=\"160\" fill=\"#3f6fb5\"><title>1 runs from 40.0 s</title>",
       "<title>1 runs from 65.2 s</title>",
       ">40.0 s</text>", "text-anchor=\"end\">65.4 s</text>",
-      "<td>1.0.2.3</td><td class=\"n\">6</td><td class=\"n\">50.0 %</td><td>force-write</td>",
+      "<td>1.0.2.3</td><td class=\"n\">6</td><td class=\"n\">50.0 %</td><td>com-init</td>",
       "<h2>Unreadable</h2>\n<p>1 files; the first:</p><ul>\n<li>f/junk.log</li>"};
   for (const char* part : parts) EXPECT_NE(page.find(part), std::string::npos) << part;
 
