@@ -82,7 +82,8 @@ TEST(ReportRecord, EveryFieldIsWrittenAndReadBack) {
 // Shards written elsewhere may escape what we write as UTF-8.
 TEST(ReportRecord, EscapedNamesReadBackAsUtf8AndBrokenOnesAreNoRecord) {
   const struct { const char* name; const char* file; } cases[] = {
-      {"Calder_\\u00e9\\u20ac.log", "Calder_\xc3\xa9\xe2\x82\xac.log"},
+      {"\\u007f\\u0080\\u00e9\\u07ff\\u0800\\u20ac\\uffff.log",
+       "\x7f\xc2\x80\xc3\xa9\xdf\xbf\xe0\xa0\x80\xe2\x82\xac\xef\xbf\xbf.log"},
       {"\\ud83d\\ude00 \\u0041\\/\\\\\\\"", "\xf0\x9f\x98\x80 A/\\\""},
       {"\\n\\t\\r\\b\\f", "\n\t\r\b\f"},
       {"\\ud83d\\u0041", nullptr},  // a high surrogate without its low half
