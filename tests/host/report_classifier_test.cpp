@@ -87,7 +87,7 @@ TEST(ReportLogLine, TakesOnlyTheLoggersLinesAndTheirTimes) {
                        "2026-04-22 09:30:61.123 INFO a.cpp 1: x", "2026-04-22 09:30:15.123 INFO 87: x",
                        "2026-04-22 09:30:15.123 INFO a.cpp 87 x",   "2026-04-22 09:30:15.123 INFO a.cpp 87:x",
                        "2026-04-22 09:30:15.123INFO a.cpp 1: x",    "2026/04/22 09:30:15.123 INFO a.cpp 1: x",
-                       "2026-04-22 09:30:15.123 INFO a.cpp 8"};
+                       "2026-04-22 09:30:15.123 INFO a.cpp 8",      "2026-04-22 09:30:15.123 INFO a.cpp : x"};
   for (const char* text : bad) {
     LogLine line;
     EXPECT_FALSE(ParseLogLine(text, &line)) << text;
