@@ -18,11 +18,12 @@ using Strings = std::vector<std::string>;
 struct GuardPlatform : UpdateLock, PowerStatusSource, ShutdownBlocker {
   LockAttempt Acquire() override { return calls.push_back("Acquire"), lock; }
   void Release() override { calls.push_back("Release"); }
-  PowerStatus Read() override { return calls.push_back("ReadPower"), PowerStatus{0, 2, 10}; }
+  PowerStatus Read() override { return calls.push_back("ReadPower"), power; }
   void Block(const wchar_t* text) override { calls.push_back("Block"), reason = text; }
   void Unblock() override { calls.push_back("Unblock"); }
   void EndProcess(int code) override { calls.push_back("EndProcess " + std::to_string(code)); }
   LockAttempt lock;
+  PowerStatus power{0, 2, 10};
   Strings calls;
   std::wstring reason;
 };
@@ -37,11 +38,25 @@ TEST(BatteryRuleTest, OnlyAKnownLowOrCriticalBatteryStopsAnUpdate) {
   }
 }
 
+TEST(RunModeTest, OnlyExactlyOneArgumentVersionIsAVersionQuery) {
+  std::string program = "calder.exe", version = "--version", other = "--VERSION";
+  char* argv[] = {&program[0], &version[0], &version[0], nullptr};
+  char* upper[] = {&program[0], &other[0], nullptr};
+  char* missing[] = {&program[0], nullptr, nullptr};
+  EXPECT_TRUE(IsVersionQuery(2, argv));
+  EXPECT_FALSE(IsVersionQuery(3, argv));
+  EXPECT_FALSE(IsVersionQuery(1, argv));
+  EXPECT_FALSE(IsVersionQuery(2, upper));
+  EXPECT_FALSE(IsVersionQuery(2, missing));
+}
+
 // Every run takes the lock; only "--update" reads the battery, and only with the lock.
 TEST(RunAdmissionTest, EachLockOutcomeLeadsWhereItShould) {
   const std::string running = "ERROR run_guards.cpp: another update is running";
   const std::string low = "ERROR run_guards.cpp: battery too low for an update: 10 % on battery, needs 25 % or AC power";
-  const struct { LockOutcome lock; std::string arg; bool admitted; std::string out; Strings calls, log; } cases[] = {
+  const struct { LockOutcome lock; std::string arg; bool admitted; std::string out; Strings calls, log;
+                 PowerStatus power = {0, 2, 10}; } cases[] = {
+      {LockOutcome::Taken, "--update", true, "", {"Acquire", "ReadPower", "Release"}, {}, {1, 2, 10}},
       {LockOutcome::Taken, "--version", true, "", {"Acquire", "Release"}, {}},
       {LockOutcome::Taken, "--update", false, "", {"Acquire", "ReadPower", "Release"}, {low}},
       {LockOutcome::Held, "--update", false, "", {"Acquire"}, {running}},
@@ -54,6 +69,7 @@ TEST(RunAdmissionTest, EachLockOutcomeLeadsWhereItShould) {
   for (auto c : cases) {
     GuardPlatform platform;
     platform.lock = {c.lock, 5};
+    platform.power = c.power;
     Environment env;
     env.updateLock = &platform;
     env.powerStatus = &platform;

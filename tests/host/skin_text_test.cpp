@@ -13,7 +13,7 @@ namespace {
 const std::pair<std::string, std::wstring> kValidUtf8[] = {
     {std::string("a\0b", 3), std::wstring(L"a\0b", 3)}, {"\x7F", L"\x7F"}, {"\xC2\x80", L"\x80"},
     {"\xDF\xBF", L"\x7FF"}, {"\xE0\xA0\x80", L"\x800"}, {"\xE5\xBE\xAE\xE8\xBD\xAF", L"\u5FAE\u8F6F"},
-    {"\xEF\xBF\xBF", L"\xFFFF"}, {"\xF0\x90\x80\x80", L"\U00010000"}, {"\xF4\x8F\xBF\xBF", L"\U0010FFFF"},
+    {"\xED\x9F\xBF", L"\xD7FF"}, {"\xEE\x80\x80", L"\xE000"}, {"\xEF\xBF\xBF", L"\xFFFF"}, {"\xF0\x90\x80\x80", L"\U00010000"}, {"\xF4\x8F\xBF\xBF", L"\U0010FFFF"},
 };
 
 TEST(SkinText, Utf8AndWideConvertBothWays) {
@@ -36,8 +36,9 @@ TEST(SkinText, EachBadUtf8ByteBecomesOneReplacement) {
   // Only the given length is read.
   EXPECT_EQ(Utf8ToWide("\xE5\xBE\xAE", 2), L"\uFFFD\uFFFD");
   // Wide values no UTF-8 can hold are replaced too.
-  EXPECT_EQ(WideToUtf8(std::wstring(1, static_cast<wchar_t>(0xD800))), "\xEF\xBF\xBD");
-  EXPECT_EQ(WideToUtf8(std::wstring(1, static_cast<wchar_t>(0x110000))), "\xEF\xBF\xBD");
+  for (const uint32_t c : {0xD800u, 0xDFFFu, 0x110000u}) {
+    EXPECT_EQ(WideToUtf8(std::wstring(1, static_cast<wchar_t>(c))), "\xEF\xBF\xBD") << c;
+  }
 }
 
 TEST(SkinText, AsciiNamesCompareWithoutCase) {

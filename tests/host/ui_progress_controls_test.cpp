@@ -258,11 +258,12 @@ TEST_F(LottieControl, JsonBesideTheExePlaysOnItsOwnTimer) {
   EXPECT_EQ(lottie->player().current_frame(), 1u);
   // Drawn only inside the screen's top-left corner and with an area.
   for (const UiRect& r : {UiRect{905, 345, 1015, 455}, UiRect{-1, 345, 109, 455}, UiRect{0, -1, 110, 109},
-                          UiRect{0, 0, 0, 110}, UiRect{0, 0, 110, 0}}) {
+                          UiRect{0, 0, 0, 110}, UiRect{0, 0, 110, 0}, UiRect{0, 0, 1, 1}}) {
     lottie->SetPos(r);
     lottie->PaintStatusImage(canvas);
   }
-  EXPECT_EQ(g_paint, (std::vector<std::string>{"open 2", "image 343x343 905,345,1015,455", "close"}));
+  EXPECT_EQ(g_paint, (std::vector<std::string>{"open 2", "image 343x343 905,345,1015,455", "close", "open 2",
+                                               "image 343x343 0,0,1,1", "close"}));
   const unsigned native = window.started[0].first;
   lottie.reset();  // destruction stops the timer it started
   EXPECT_EQ(window.stopped, std::vector<unsigned>{native});

@@ -27,6 +27,7 @@ class FakeCountdownPlatform : public CountdownPlatform {
   }
   uint64_t NowMs() override {
     std::lock_guard<std::mutex> lock(mutex_);
+    if (next_ < script.size()) now_ = script[next_++];
     return now_;
   }
   void Sleep(uint32_t ms) override {
@@ -55,6 +56,7 @@ class FakeCountdownPlatform : public CountdownPlatform {
   }
 
   std::function<bool()> gate_;  // set before the countdown starts
+  std::vector<uint64_t> script;  // the clock's next readings, if any; set before the start
   // Read once the countdown thread has been joined.
   std::string events;  // ticks, and the restart with its time
   int restarts = 0;
@@ -64,6 +66,7 @@ class FakeCountdownPlatform : public CountdownPlatform {
  private:
   std::mutex mutex_;
   uint64_t now_ = 5000;
+  size_t next_ = 0;
 };
 
 // Notes what the window core asks of its view, one word each.
@@ -112,6 +115,16 @@ TEST_F(ProgressWindowTest, HundredWithoutACloseCountsDownAndRestartsOnce) {
   window.StopCountdown();
   EXPECT_EQ(platform.events,  // restarts 12 s after each 100
             "12 11 10 9 8 7 6 5 4 3 2 1 0 shutdown /r /t 0 /d p:0:0 at 17000 shutdown /r /t 0 /d p:0:0 at 29000 ");
+}
+
+// Whole seconds rounded up: 1 s left shows as long as any time is left.
+TEST_F(ProgressWindowTest, CountdownSecondsRoundUp) {
+  ProgressWindowCore window(view, platform);
+  platform.script = {0, 0, 999, 1000, 10999, 11000, 11999, 12000};
+  window.SetProgress(100);
+  platform.WaitUntil([&] { return platform.restarts == 1; });
+  window.StopCountdown();
+  EXPECT_EQ(platform.events, "12 11 2 1 0 shutdown /r /t 0 /d p:0:0 at 12000 ");
 }
 
 TEST_F(ProgressWindowTest, CloseCancelsTheCountdownAndALaterHundredStartsAnother) {
