@@ -157,7 +157,9 @@ class Worker {
       return;
     }
     ++result.inputsRead;
-    if (bad > 0) output_->Problem(job.name + ": " + std::to_string(bad) + " lines are not records");
+    if (bad == 0) return;
+    result.summary.AddInputNotRead(job.name, bad);
+    output_->Problem(job.name + ": " + std::to_string(bad) + " lines are not records");
   }
 
   JobQueue* queue_;

@@ -74,8 +74,8 @@ void FleetSummary::Add(const RunRecord& r, std::string_view file) {
   ++v.causes[static_cast<int>(r.cause)];
 }
 
-void FleetSummary::AddInputNotRead(std::string_view path) {
-  ++inputsNotRead;
+void FleetSummary::AddInputNotRead(std::string_view path, uint64_t count) {
+  inputsNotRead += count;
   KeepUnreadable(path);
 }
 

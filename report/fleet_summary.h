@@ -69,10 +69,10 @@ class FleetSummary {
   std::map<std::string, VersionStats> versions;
   uint64_t steps[kSteps] = {};
   std::vector<std::string> unreadable;  // the first few in name order
-  // Folders, paths and record files that could not be read, so no run of
-  // theirs is counted; they are among the names above.
+  // Folders, paths, record files and lines of them that could not be read,
+  // so no run of theirs is counted; their names are among the above.
   uint64_t inputsNotRead = 0;
-  void AddInputNotRead(std::string_view path);
+  void AddInputNotRead(std::string_view path, uint64_t count = 1);
 
   uint64_t KindTotal(Kind kind) const;
   uint64_t Updates(Outcome outcome) const;

@@ -133,7 +133,8 @@ std::string SummaryText(const FleetSummary& s) {
     Line(&out, "  %-17s %8llu", StepCode(static_cast<Step>(st)), static_cast<unsigned long long>(s.steps[st]));
   }
   if (s.inputsNotRead > 0) {
-    Line(&out, "not read       %llu folders or files", static_cast<unsigned long long>(s.inputsNotRead));
+    Line(&out, "not read       %llu inputs: folders, files or record lines",
+         static_cast<unsigned long long>(s.inputsNotRead));
   }
   if (!s.unreadable.empty()) Line(&out, "unreadable (the first in name order)");
   for (const std::string& file : s.unreadable) Line(&out, "  %s", ControlsEscaped(file).c_str());

@@ -61,7 +61,7 @@ TEST(ReportSummaryText, ControlCharactersFromLogsAreEscaped) {
   EXPECT_NE(text.find("1.0\\x1b[2J "), std::string::npos) << text;
   EXPECT_NE(text.find("D:\\logs\\Calder_\\x07\\x7f.log\n"), std::string::npos) << text;
   EXPECT_NE(text.find("  logs/\\xc2\\x9b31m\xc3\xa9\n"), std::string::npos) << text;
-  EXPECT_NE(text.find("\nnot read       1 folders or files\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("\nnot read       1 inputs: folders, files or record lines\n"), std::string::npos) << text;
 }
 
 }  // namespace
