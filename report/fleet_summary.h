@@ -43,11 +43,11 @@ struct VersionStats {
 enum class Band { kGreen, kAmber, kRed };
 enum class Confidence { kHigh, kMedium, kLow };
 const char* BandName(Band band);
+const char* ConfidenceName(Confidence confidence);
 
 // What --gate PERCENT says of a fleet: it fails without a conclusive update,
 // with more than 1 % of the inputs unreadable, or with the rate below PERCENT.
 enum class GateVerdict { kPass, kNoEvidence, kTooManyUnreadable, kBelow };
-const char* ConfidenceName(Confidence confidence);
 
 // Counters of a fleet's runs, merged across the workers' shares. Its size
 // does not grow with the number of runs.
