@@ -11,6 +11,7 @@
 #include "report/platform_input.h"
 #include "report/record_json.h"
 #include "report/run_classifier.h"
+#include "report/summary_text.h"
 
 namespace calder::report {
 
@@ -77,7 +78,7 @@ class Output {
   }
   void Problem(const std::string& line) {
     std::lock_guard<std::mutex> lock(mutex_);
-    std::fprintf(err_, "calder-report: %s\n", line.c_str());
+    std::fprintf(err_, "calder-report: %s\n", ControlsEscaped(line).c_str());
   }
 
  private:
@@ -151,11 +152,14 @@ class Worker {
     file_.Close();
     if (!read) {
       ++result.inputsFailed;
+      result.summary.AddInputNotRead(job.name);
       output_->Problem("cannot read " + job.name + ": " + reason);
       return;
     }
     ++result.inputsRead;
-    if (bad > 0) output_->Problem(job.name + ": " + std::to_string(bad) + " lines are not records");
+    if (bad == 0) return;
+    result.summary.AddInputNotRead(job.name, bad);
+    output_->Problem(job.name + ": " + std::to_string(bad) + " lines are not records");
   }
 
   JobQueue* queue_;
@@ -167,36 +171,62 @@ class Worker {
   std::string records_;
 };
 
-void Walk(const std::string& arg, JobQueue* queue, Output* output, uint64_t* missing) {
+// Depth first with one open folder per level. A folder that cannot be opened
+// or read to its end is listed and counted, and the walk goes on.
+void WalkFolder(const fs::path& root, JobQueue* queue, Output* output, FleetSummary* notRead) {
+  struct Level {
+    fs::path folder;
+    fs::directory_iterator entries;
+  };
+  std::vector<Level> levels;
+  auto fail = [&](const fs::path& folder, const std::error_code& error) {
+    output->Problem("cannot read folder " + folder.u8string() + ": " + error.message());
+    notRead->AddInputNotRead(folder.u8string());
+  };
+  auto enter = [&](const fs::path& folder) {
+    std::error_code error;
+    fs::directory_iterator entries(folder, error);
+    if (error) return fail(folder, error);
+    levels.push_back({folder, std::move(entries)});
+  };
+  enter(root);
+  while (!levels.empty()) {
+    if (levels.back().entries == fs::directory_iterator()) {
+      levels.pop_back();
+      continue;
+    }
+    const fs::directory_entry entry = *levels.back().entries;
+    std::error_code error;
+    levels.back().entries.increment(error);
+    if (error) {
+      fail(levels.back().folder, error);
+      levels.pop_back();
+    }
+    std::error_code typeError;
+    if (fs::is_directory(entry.symlink_status(typeError))) {
+      enter(entry.path());
+      continue;
+    }
+    if (!IsLogName(entry.path().filename().u8string())) continue;
+    if (!entry.is_regular_file(typeError)) continue;
+    queue->Push({entry.path(), entry.path().u8string(), false});
+  }
+}
+
+void Walk(const std::string& arg, JobQueue* queue, Output* output, FleetSummary* notRead) {
   const fs::path root = fs::u8path(arg);
   std::error_code error;
   const fs::file_status status = fs::status(root, error);
   if (error || !fs::exists(status)) {
     output->Problem("no such file or folder: " + arg);
-    ++*missing;
+    notRead->AddInputNotRead(arg);
     return;
   }
   if (!fs::is_directory(status)) {
     queue->Push({root, arg, EndsWith(arg, ".ndjson")});
     return;
   }
-  fs::recursive_directory_iterator it(root, fs::directory_options::skip_permission_denied, error);
-  if (error) {
-    output->Problem("cannot read folder " + arg + ": " + error.message());
-    ++*missing;
-    return;
-  }
-  for (; it != fs::recursive_directory_iterator(); it.increment(error)) {
-    if (error) {
-      output->Problem("cannot read in " + arg + ": " + error.message());
-      break;
-    }
-    const std::string name = it->path().filename().u8string();
-    if (!IsLogName(name)) continue;
-    std::error_code typeError;
-    if (!it->is_regular_file(typeError)) continue;
-    queue->Push({it->path(), it->path().u8string(), false});
-  }
+  WalkFolder(root, queue, output, notRead);
 }
 
 }  // namespace
@@ -215,13 +245,14 @@ FleetRead ReadFleet(const std::vector<std::string>& paths, bool json, std::FILE*
     Worker* w = workers.back().get();
     threads.emplace_back([w] { w->Run(); });
   }
-  uint64_t missing = 0;
-  for (const std::string& path : paths) Walk(path, &queue, &output, &missing);
+  FleetSummary notRead;
+  for (const std::string& path : paths) Walk(path, &queue, &output, &notRead);
   queue.Close();
   for (std::thread& t : threads) t.join();
 
   FleetRead all;
-  all.inputsFailed = missing;
+  all.inputsFailed = notRead.inputsNotRead;
+  all.summary.Merge(notRead);
   for (const auto& w : workers) {
     all.summary.Merge(w->result.summary);
     all.inputsRead += w->result.inputsRead;

@@ -64,12 +64,7 @@ void FleetSummary::Add(const RunRecord& r, std::string_view file) {
     ++causes[static_cast<int>(r.cause)];
     KeepExample(&examples[static_cast<int>(r.cause)], file);
   }
-  if (r.kind == Kind::kUnreadable) {
-    std::string name(file);
-    auto at = std::lower_bound(unreadable.begin(), unreadable.end(), name);
-    if (at == unreadable.end() || *at != name) unreadable.insert(at, name);
-    if (unreadable.size() > kUnreadableExamples) unreadable.pop_back();
-  }
+  if (r.kind == Kind::kUnreadable) KeepUnreadable(file);
   if (r.kind != Kind::kUpdate) return;
   if (r.outcome == Outcome::kSuccess) durations.Add(r.totalMs);
   if (r.outcome == Outcome::kInterrupted) ++steps[static_cast<int>(r.lastStep)];
@@ -79,8 +74,21 @@ void FleetSummary::Add(const RunRecord& r, std::string_view file) {
   ++v.causes[static_cast<int>(r.cause)];
 }
 
+void FleetSummary::AddInputNotRead(std::string_view path, uint64_t count) {
+  inputsNotRead += count;
+  KeepUnreadable(path);
+}
+
+void FleetSummary::KeepUnreadable(std::string_view file) {
+  std::string name(file);
+  auto at = std::lower_bound(unreadable.begin(), unreadable.end(), name);
+  if (at == unreadable.end() || *at != name) unreadable.insert(at, name);
+  if (unreadable.size() > kUnreadableExamples) unreadable.pop_back();
+}
+
 void FleetSummary::Merge(const FleetSummary& o) {
   runs += o.runs;
+  inputsNotRead += o.inputsNotRead;
   for (int k = 0; k < kKinds; ++k) {
     for (int x = 0; x < kOutcomes; ++x) byKind[k][x] += o.byKind[k][x];
   }
@@ -120,12 +128,23 @@ uint64_t FleetSummary::Conclusive() const {
 
 double FleetSummary::SuccessRate() const {
   const uint64_t conclusive = Conclusive();
-  return conclusive == 0 ? -1.0 : 100.0 * Updates(Outcome::kSuccess) / conclusive;
+  if (conclusive == 0) return -1.0;
+  // In whole numbers, so 1899 of 2000 is 95.0 exactly, never 94.9499...
+  const uint64_t tenths = (2000 * Updates(Outcome::kSuccess) + conclusive) / (2 * conclusive);
+  return static_cast<double>(tenths) / 10.0;
 }
 
 Band FleetSummary::RateBand() const {
   const double rate = SuccessRate();
   return rate >= 95.0 ? Band::kGreen : rate >= 80.0 ? Band::kAmber : Band::kRed;
+}
+
+uint64_t FleetSummary::UnreadableInputs() const { return KindTotal(Kind::kUnreadable) + inputsNotRead; }
+
+GateVerdict FleetSummary::Gate(double percent) const {
+  if (Conclusive() == 0) return GateVerdict::kNoEvidence;
+  if (UnreadableInputs() * 100 > Inputs()) return GateVerdict::kTooManyUnreadable;
+  return SuccessRate() < percent ? GateVerdict::kBelow : GateVerdict::kPass;
 }
 
 Confidence FleetSummary::RateConfidence() const {

@@ -45,6 +45,10 @@ enum class Confidence { kHigh, kMedium, kLow };
 const char* BandName(Band band);
 const char* ConfidenceName(Confidence confidence);
 
+// What --gate PERCENT says of a fleet: it fails without a conclusive update,
+// with more than 1 % of the inputs unreadable, or with the rate below PERCENT.
+enum class GateVerdict { kPass, kNoEvidence, kTooManyUnreadable, kBelow };
+
 // Counters of a fleet's runs, merged across the workers' shares. Its size
 // does not grow with the number of runs.
 class FleetSummary {
@@ -65,14 +69,25 @@ class FleetSummary {
   std::map<std::string, VersionStats> versions;
   uint64_t steps[kSteps] = {};
   std::vector<std::string> unreadable;  // the first few in name order
+  // Folders, paths, record files and lines of them that could not be read,
+  // so no run of theirs is counted; their names are among the above.
+  uint64_t inputsNotRead = 0;
+  void AddInputNotRead(std::string_view path, uint64_t count = 1);
 
   uint64_t KindTotal(Kind kind) const;
   uint64_t Updates(Outcome outcome) const;
   // success + failure + interrupted updates; refusals count apart.
   uint64_t Conclusive() const;
-  // Success rate of the conclusive updates in percent; -1 without any.
+  // Success rate of the conclusive updates in percent, rounded half up to
+  // the tenth that is printed: the band and the gate take this figure too.
+  // -1 without any.
   double SuccessRate() const;
   Band RateBand() const;
+  // Every log and input not read; of them, the logs without a readable run
+  // and the inputs not read at all.
+  uint64_t Inputs() const { return runs + inputsNotRead; }
+  uint64_t UnreadableInputs() const;
+  GateVerdict Gate(double percent) const;
   Confidence RateConfidence() const;
   uint64_t RunsWithCause() const;
   // Causes by count, most first; ties in code order.
@@ -80,6 +95,7 @@ class FleetSummary {
 
  private:
   void KeepExample(std::string* slot, std::string_view file);
+  void KeepUnreadable(std::string_view file);
   VersionStats& VersionSlot(const std::string& target);
 };
 

@@ -108,7 +108,7 @@ std::string HtmlPage(const FleetSummary& s) {
     page += "<span class=\"rate\">n/a</span><p class=\"sub\">no conclusive update</p>";
   } else {
     page += "<span class=\"rate\" style=\"color:" + std::string(BandColour(s.RateBand())) + "\">" +
-            Percent(s.Updates(Outcome::kSuccess), conclusive) + " %</span>";
+            RateText(s) + " %</span>";
     page += "<p class=\"sub\">success rate of " + Num(conclusive) + " conclusive updates &middot; " +
             BandName(s.RateBand()) + " &middot; confidence " + ConfidenceName(s.RateConfidence()) +
             " &middot; " + Num(s.Updates(Outcome::kRefused)) + " refused (try again later)</p>";
@@ -176,7 +176,7 @@ std::string HtmlPage(const FleetSummary& s) {
   }
   page += BarChart(stepBars);
   if (!s.unreadable.empty()) {
-    page += "<h2>Unreadable</h2>\n<p>" + Num(s.KindTotal(Kind::kUnreadable)) + " files; the first:</p><ul>\n";
+    page += "<h2>Unreadable</h2>\n<p>" + Num(s.UnreadableInputs()) + " files; the first:</p><ul>\n";
     for (const std::string& f : s.unreadable) page += "<li>" + Esc(f) + "</li>\n";
     page += "</ul>\n";
   }

@@ -26,7 +26,8 @@ const char kUsage[] =
     "                of earlier --json output\n"
     "  --json        one JSON record per run and line instead of the summary\n"
     "  --html FILE   also write the summary as a self-contained page\n"
-    "  --gate PERCENT  exit 3 when the update success rate is below PERCENT\n"
+    "  --gate PERCENT  exit 3 when the update success rate is below PERCENT, no update\n"
+    "                run is conclusive, or more than 1 % of the inputs could not be read\n"
     "  --help, --version\n";
 
 int BadArguments(const std::string& why) {
@@ -95,10 +96,22 @@ int main(int argc, char** argv) {
       return kCannotReport;
     }
   }
-  if (gate && summary.Conclusive() > 0 && summary.SuccessRate() < gatePercent) {
-    std::fprintf(stderr, "calder-report: gate failed: success rate %.1f %% is below %g %%\n",
-                 summary.SuccessRate(), gatePercent);
-    return kGateFailed;
+  if (!gate) return kDone;
+  switch (summary.Gate(gatePercent)) {
+    case calder::report::GateVerdict::kPass:
+      return kDone;
+    case calder::report::GateVerdict::kNoEvidence:
+      std::fprintf(stderr, "calder-report: gate failed: no conclusive update run\n");
+      break;
+    case calder::report::GateVerdict::kTooManyUnreadable:
+      std::fprintf(stderr, "calder-report: gate failed: %llu of %llu inputs could not be read, more than 1 %%\n",
+                   static_cast<unsigned long long>(summary.UnreadableInputs()),
+                   static_cast<unsigned long long>(summary.Inputs()));
+      break;
+    case calder::report::GateVerdict::kBelow:
+      std::fprintf(stderr, "calder-report: gate failed: success rate %s %% is below %g %%\n",
+                   calder::report::RateText(summary).c_str(), gatePercent);
+      break;
   }
-  return kDone;
+  return kGateFailed;
 }

@@ -41,6 +41,30 @@ std::string Percent(uint64_t part, uint64_t whole) {
   return text;
 }
 
+std::string RateText(const FleetSummary& summary) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f", summary.SuccessRate());
+  return text;
+}
+
+std::string ControlsEscaped(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  size_t i = 0;
+  while (i < text.size()) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    const auto next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0;
+    size_t length = byte < 0x20 || byte == 0x7F ? 1 : byte == 0xC2 && next >= 0x80 && next <= 0x9F ? 2 : 0;
+    if (length == 0) out.push_back(text[i++]);
+    for (; length > 0; --length) {
+      char escape[8];
+      std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned char>(text[i++]));
+      out += escape;
+    }
+  }
+  return out;
+}
+
 std::string SecondsText(int64_t ms) {
   char text[32];
   std::snprintf(text, sizeof text, "%lld.%lld", static_cast<long long>(ms / 1000),
@@ -74,7 +98,7 @@ std::string SummaryText(const FleetSummary& s) {
     Line(&out, "success rate   n/a: no conclusive update");
   } else {
     Line(&out, "success rate   %s %% of %llu conclusive updates: %s, confidence %s",
-         Percent(s.Updates(Outcome::kSuccess), conclusive).c_str(),
+         RateText(s).c_str(),
          static_cast<unsigned long long>(conclusive), BandName(s.RateBand()),
          ConfidenceName(s.RateConfidence()));
   }
@@ -86,7 +110,7 @@ std::string SummaryText(const FleetSummary& s) {
   for (Cause c : ranked) {
     const int i = static_cast<int>(c);
     Line(&out, "  %-17s %8llu %6s %%   %s", CauseCode(c), static_cast<unsigned long long>(s.causes[i]),
-         Percent(s.causes[i], s.RunsWithCause()).c_str(), s.examples[i].c_str());
+         Percent(s.causes[i], s.RunsWithCause()).c_str(), ControlsEscaped(s.examples[i]).c_str());
   }
 
   if (s.durations.count() > 0) {
@@ -97,7 +121,7 @@ std::string SummaryText(const FleetSummary& s) {
   if (!s.versions.empty()) Line(&out, "per target force version");
   for (const auto& [target, v] : s.versions) {
     const Cause top = v.TopCause();
-    Line(&out, "  %-17s runs %8llu   success %6s %%   top cause %s", target.c_str(),
+    Line(&out, "  %-17s runs %8llu   success %6s %%   top cause %s", ControlsEscaped(target).c_str(),
          static_cast<unsigned long long>(v.runs), VersionRate(v).c_str(),
          top == Cause::kNone ? "-" : CauseCode(top));
   }
@@ -108,8 +132,12 @@ std::string SummaryText(const FleetSummary& s) {
     anyStep = true;
     Line(&out, "  %-17s %8llu", StepCode(static_cast<Step>(st)), static_cast<unsigned long long>(s.steps[st]));
   }
+  if (s.inputsNotRead > 0) {
+    Line(&out, "not read       %llu inputs: folders, files or record lines",
+         static_cast<unsigned long long>(s.inputsNotRead));
+  }
   if (!s.unreadable.empty()) Line(&out, "unreadable (the first in name order)");
-  for (const std::string& file : s.unreadable) Line(&out, "  %s", file.c_str());
+  for (const std::string& file : s.unreadable) Line(&out, "  %s", ControlsEscaped(file).c_str());
   return out;
 }
 

@@ -2,7 +2,7 @@
 """Writes the release package's THIRD-PARTY-NOTICES.txt, calder.cdx.json
 (CycloneDX 1.5) and SHA256SUMS, and zips the package; scripts/release runs it.
 
-    release_package.py manifests OUT --deps PREFIX --version V --epoch SECONDS --commit HASH
+    release_package.py manifests OUT --deps PREFIX --version V --epoch SECONDS --commit HASH [--dirty]
     release_package.py notices FILE --deps PREFIX
     release_package.py zip OUT ZIP --epoch SECONDS
 
@@ -109,8 +109,10 @@ package as changed.
 """
 
 
-def notices(deps):
+def notices(deps, dirty_commit=None):
     parts = ["Third-party software in this package\n",
+             f"Built from commit {dirty_commit}, dirty: with changes that are not in it\n"
+             if dirty_commit else "",
              "calder.exe, rlottie.dll and calder-check.exe (beside the package, for release\n"
              "engineers) contain the components below. loading_dark.json\n"
              "is Calder's own. btl_upgrade.dll, btl_hid_transfer.dll and the firmware in\n"
@@ -149,7 +151,7 @@ def licence_entry(expression):
     return [{"license": {"id": expression}}]
 
 
-def sbom(out, deps, version, epoch, commit):
+def sbom(out, deps, version, epoch, commit, dirty=False):
     inside = resolve(deps)
     components = []
     for path in shipped(out):
@@ -180,7 +182,8 @@ def sbom(out, deps, version, epoch, commit):
                                       "version": version}]},
             "component": {"type": "application", "bom-ref": "calder", "name": "Calder",
                           "version": version, "supplier": {"name": "KORU"},
-                          "properties": [{"name": "calder:commit", "value": commit}]},
+                          "properties": [{"name": "calder:commit", "value": commit}]
+                          + ([{"name": "calder:tree", "value": "dirty"}] if dirty else [])},
         },
         "components": components,
     }
@@ -188,8 +191,8 @@ def sbom(out, deps, version, epoch, commit):
 
 def write_manifests(args):
     out = Path(args.out)
-    (out / "THIRD-PARTY-NOTICES.txt").write_text(notices(args.deps))
-    bom = sbom(out, args.deps, args.version, args.epoch, args.commit)
+    (out / "THIRD-PARTY-NOTICES.txt").write_text(notices(args.deps, args.commit if args.dirty else None))
+    bom = sbom(out, args.deps, args.version, args.epoch, args.commit, args.dirty)
     (out / "calder.cdx.json").write_text(json.dumps(bom, indent=2) + "\n")
     lines = [f"{sha256(out / path)}  {path}\n" for path in shipped(out)]
     (out / "SHA256SUMS").write_text("".join(lines))
@@ -220,6 +223,7 @@ def main():
     m.add_argument("--version", required=True)
     m.add_argument("--epoch", type=int, required=True)
     m.add_argument("--commit", required=True)
+    m.add_argument("--dirty", action="store_true", help="the tree held changes not in the commit")
     n = sub.add_parser("notices")
     n.add_argument("file")
     n.add_argument("--deps", required=True)

@@ -2,6 +2,10 @@
 
 #include <sddl.h>
 
+#include <string>
+
+#include "platform/win32/library_binding.h"
+
 namespace calder {
 
 namespace {
@@ -10,20 +14,78 @@ namespace {
 constexpr wchar_t kLockSecurity[] = L"D:P(A;;GA;;;SY)(A;;GA;;;BA)";
 // Enough to wait on the mutex and release it, whoever created it.
 constexpr DWORD kLockAccess = SYNCHRONIZE | MUTEX_MODIFY_STATE;
+// The private namespace's name and its boundary's.
+constexpr wchar_t kNamespaceAlias[] = L"KoruCalder";
+
+// Bound at run time: Wine 8 exports none of these but the first (a stub
+// that returns null), so their absence is how a system without private
+// namespaces shows itself.
+struct NamespaceCalls {
+  decltype(&CreateBoundaryDescriptorW) createBoundary;
+  decltype(&AddSIDToBoundaryDescriptor) addSid;
+  decltype(&DeleteBoundaryDescriptor) deleteBoundary;
+  decltype(&CreatePrivateNamespaceW) createNamespace;
+  decltype(&OpenPrivateNamespaceW) openNamespace;
+};
+
+void FillNamespaceCalls(EntryPointFinder& find, NamespaceCalls* calls) {
+  find("CreateBoundaryDescriptorW", &calls->createBoundary);
+  find("AddSIDToBoundaryDescriptor", &calls->addSid);
+  find("DeleteBoundaryDescriptor", &calls->deleteBoundary);
+  find("CreatePrivateNamespaceW", &calls->createNamespace);
+  find("OpenPrivateNamespaceW", &calls->openNamespace);
+}
+
+const NamespaceCalls* PrivateNamespaces() {
+  static LibraryBinding<NamespaceCalls> kernel32(L"kernel32.dll", LibraryFolder::kSystem, FillNamespaceCalls);
+  static const NamespaceCalls* const calls = kernel32.Bind();
+  return calls;
+}
+
+// Creates the namespace, or opens it when another calder.exe made it first.
+// ERROR_SUCCESS or the failing call's error.
+DWORD OpenLockNamespace(const NamespaceCalls& calls, SECURITY_ATTRIBUTES* attributes, HANDLE* space) {
+  BYTE administrators[SECURITY_MAX_SID_SIZE];
+  DWORD size = sizeof administrators;
+  if (!CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, administrators, &size)) return GetLastError();
+  SetLastError(ERROR_SUCCESS);
+  HANDLE boundary = calls.createBoundary(kNamespaceAlias, 0);
+  if (boundary == nullptr) return GetLastError();
+  DWORD error = ERROR_SUCCESS;
+  if (!calls.addSid(&boundary, administrators)) {
+    error = GetLastError();
+  } else if ((*space = calls.createNamespace(attributes, boundary, kNamespaceAlias)) == nullptr) {
+    error = GetLastError();
+    if (error == ERROR_ALREADY_EXISTS) {
+      *space = calls.openNamespace(boundary, kNamespaceAlias);
+      error = *space == nullptr ? GetLastError() : ERROR_SUCCESS;
+    }
+  }
+  calls.deleteBoundary(boundary);
+  return error;
+}
 
 }  // namespace
 
 LockAttempt Win32UpdateLock::Acquire() {
   PSECURITY_DESCRIPTOR descriptor = nullptr;
-  SECURITY_ATTRIBUTES attributes = {sizeof attributes, nullptr, FALSE};
-  if (ConvertStringSecurityDescriptorToSecurityDescriptorW(kLockSecurity, SDDL_REVISION_1,
-                                                           &descriptor, nullptr)) {
-    attributes.lpSecurityDescriptor = descriptor;
+  if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(kLockSecurity, SDDL_REVISION_1, &descriptor,
+                                                            nullptr)) {
+    return LockFailure(GetLastError());
   }
-  mutex_ = CreateMutexExW(&attributes, name_, 0, kLockAccess);
-  const DWORD createError = GetLastError();
-  if (descriptor != nullptr) LocalFree(descriptor);
-  if (mutex_ == nullptr) return {LockOutcome::NotCreatable, createError};
+  SECURITY_ATTRIBUTES attributes = {sizeof attributes, descriptor, FALSE};
+  std::wstring name = std::wstring(L"Global\\") + name_;
+  DWORD error = ERROR_SUCCESS;
+  if (const NamespaceCalls* calls = PrivateNamespaces()) {
+    error = OpenLockNamespace(*calls, &attributes, &namespace_);
+    name = std::wstring(kNamespaceAlias) + L"\\" + name_;
+  }
+  if (error == ERROR_SUCCESS) {
+    mutex_ = CreateMutexExW(&attributes, name.c_str(), 0, kLockAccess);
+    if (mutex_ == nullptr) error = GetLastError();
+  }
+  LocalFree(descriptor);
+  if (error != ERROR_SUCCESS || mutex_ == nullptr) return LockFailure(error);
   switch (WaitForSingleObject(mutex_, 0)) {
     case WAIT_OBJECT_0:
       return {LockOutcome::Taken, 0};
@@ -32,7 +94,7 @@ LockAttempt Win32UpdateLock::Acquire() {
     case WAIT_TIMEOUT:
       return {LockOutcome::Held, 0};
     default:
-      return {LockOutcome::NotCreatable, GetLastError()};
+      return LockFailure(GetLastError());
   }
 }
 

@@ -8,13 +8,17 @@
 
 namespace calder {
 
-// Machine-wide: the global namespace spans every session, the device
+// Machine-wide: a private namespace spans every session, the device
 // service's (session 0) and the signed-in person's alike.
-constexpr wchar_t kUpdateLockName[] = L"Global\\KoruCalderFirmwareUpdate";
+constexpr wchar_t kUpdateLockName[] = L"KoruCalderFirmwareUpdate";
 
-// A named mutex that SYSTEM and Administrators may take and nobody else may
-// open, so an ordinary user can neither hold it nor see it. It stays open
-// until the process ends; a holder that dies leaves it abandoned.
+// A mutex in a private namespace whose boundary names the Administrators
+// group, so only an elevated token can create the namespace, and whose DACL
+// admits SYSTEM and Administrators only, so nobody else can open it: an
+// ordinary user can neither create the name first nor hold it. Where the
+// system has no private namespaces (Wine), the same mutex is made in Global\.
+// Anything that keeps it from being opened counts as held (LockFailure). It
+// stays open until the process ends; a holder that dies leaves it abandoned.
 class Win32UpdateLock : public UpdateLock {
  public:
   explicit Win32UpdateLock(const wchar_t* name = kUpdateLockName) : name_(name) {}
@@ -23,6 +27,7 @@ class Win32UpdateLock : public UpdateLock {
 
  private:
   const wchar_t* name_;
+  HANDLE namespace_ = nullptr;
   HANDLE mutex_ = nullptr;
 };
 

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <sys/fsuid.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -239,6 +241,9 @@ TEST(ReportFleet, RecordsReadBackAndOddFilesAreCountedNotFatal) {
   std::ofstream(fleet / "Calder_2\xe9.log") << Joined(ScenarioLog("force-open"), "\n");
   std::ofstream(fleet / "Calder_3.log") << "\x01\x02 not a log";
   std::ofstream(fleet / "other.log") << Joined(ScenarioLog("success"), "\n");  // not a run log name
+  fs::create_directories(fleet / "locked");
+  std::ofstream(fleet / "locked" / "Calder_4.log") << Joined(ScenarioLog("success"), "\n");
+  fs::permissions(fleet / "locked", fs::perms::none);
   const fs::path pipe = Scratch() / "Calder_pipe.log";
   fs::remove(pipe);
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
@@ -246,12 +251,19 @@ TEST(ReportFleet, RecordsReadBackAndOddFilesAreCountedNotFatal) {
   const fs::path records = Scratch() / "records.ndjson";
   std::FILE* out = std::fopen(records.c_str(), "wb");
   std::FILE* err = std::tmpfile();
+  // The walk runs on this thread: as an ordinary user's, even under root.
+  const int fsuid = ::setfsuid(65534);
   const FleetRead read = ReadFleet({fleet.string(), pipe.string()}, true, out, err);
+  ::setfsuid(fsuid);
+  fs::permissions(fleet / "locked", fs::perms::owner_all);
   std::fclose(out);
   std::fclose(err);
   EXPECT_EQ(read.inputsRead, 3u);
-  EXPECT_EQ(read.inputsFailed, 1u);  // the pipe: listed, counted, the run went on
+  EXPECT_EQ(read.inputsFailed, 2u);  // the pipe and the locked folder: listed, counted, the run went on
   EXPECT_EQ(read.summary.runs, 4u);
+  EXPECT_EQ(read.summary.inputsNotRead, 1u);
+  const auto& unreadable = read.summary.unreadable;
+  EXPECT_EQ(std::count(unreadable.begin(), unreadable.end(), (fleet / "locked").string()), 1);
   EXPECT_EQ(read.summary.KindTotal(Kind::kUnreadable), 2u);
   EXPECT_EQ(read.summary.causes[static_cast<int>(Cause::kForceOpen)], 1u);
   EXPECT_EQ(read.summary.examples[static_cast<int>(Cause::kForceOpen)], (fleet / "Calder_2\xe9.log").string());

@@ -65,10 +65,10 @@ TEST(RunAdmissionTest, EachLockOutcomeLeadsWhereItShould) {
       {LockOutcome::TakenOver, "--version", true, "", {"Acquire", "Release"},
        {"INFO run_guards.cpp: previous update ended without releasing the lock"}},
       {LockOutcome::NotCreatable, "--update", false, "", {"Acquire", "ReadPower"},
-       {"INFO run_guards.cpp: update lock could not be created: error 5", low}}};
+       {"INFO run_guards.cpp: update lock could not be created: error 120", low}}};
   for (auto c : cases) {
     GuardPlatform platform;
-    platform.lock = {c.lock, 5};
+    platform.lock = {c.lock, 120};
     platform.power = c.power;
     Environment env;
     env.updateLock = &platform;
@@ -82,6 +82,23 @@ TEST(RunAdmissionTest, EachLockOutcomeLeadsWhereItShould) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), c.out);
     EXPECT_EQ(platform.calls, c.calls) << c.arg;
     EXPECT_EQ(log.Lines(), c.log) << c.arg;
+  }
+}
+
+// A lock that exists but cannot be opened may be a squatter or a live update:
+// only a system without the calls runs unguarded.
+TEST(LockFailureTest, OnlyMissingCallsLeaveTheRunUnguarded) {
+  const struct { unsigned long error; LockOutcome outcome; } cases[] = {
+      {5, LockOutcome::Held},            // access denied
+      {6, LockOutcome::Held},            // the name is another kind of object
+      {0, LockOutcome::Held},            // failed without a reason
+      {8, LockOutcome::Held},            // out of memory
+      {120, LockOutcome::NotCreatable},  // call not implemented
+      {127, LockOutcome::NotCreatable}};  // entry point missing
+  for (const auto& c : cases) {
+    const LockAttempt attempt = LockFailure(c.error);
+    EXPECT_EQ(attempt.outcome, c.outcome) << c.error;
+    EXPECT_EQ(attempt.error, c.error);
   }
 }
 

@@ -4,7 +4,9 @@ against the official CycloneDX 1.5 schema (offline, from
 scripts/install-sbom-schema), osslsigncode must accept the signatures and
 refuse a changed byte, the sums and the SBOM must list every shipped file, the
 binaries must be stripped with their symbols beside the release, and the
-notices must name every component with its licence text."""
+notices must name every component with its licence text. The release is made
+from a clone of the commit with a file added: refused, then built with
+--allow-dirty and marked so."""
 
 import hashlib
 import json
@@ -70,7 +72,14 @@ class ReleaseTest(unittest.TestCase):
         cls.out = cls.work / "OUT"
         cls.args = ["--tp", cls.work / "tp_fw.bin", "--force", cls.work / "1.0.2.3.bin",
                     "--vendor", vendor]
-        cls.release = run(SOURCE / "scripts" / "release", *cls.args,
+        tree = cls.work / "tree"
+        run("git", "clone", "-q", SOURCE, tree, check=True)
+        (tree / "build").mkdir()
+        (tree / "build" / "host").symlink_to(SOURCE / "build" / "host")  # the suite's calder-check
+        (tree / "NOTES.txt").write_text("not in the commit\n")
+        cls.commit = run("git", "-C", tree, "rev-parse", "HEAD").stdout.strip()
+        cls.refused = run(tree / "scripts" / "release", *cls.args, cls.work / "refused")
+        cls.release = run(tree / "scripts" / "release", *cls.args, "--allow-dirty",
                           "--sign-key", cls.work / "cert" / "key.pem",
                           "--sign-cert", cls.work / "cert" / "cert.pem", cls.out)
 
@@ -171,6 +180,17 @@ class ReleaseTest(unittest.TestCase):
         with zipfile.ZipFile(self.out.with_name("OUT.zip")) as z:
             self.assertEqual(sorted(z.namelist(), key=str.encode),
                              sorted(self.shipped() + ["SHA256SUMS"], key=str.encode))
+
+    def test_a_tree_that_is_not_its_commit_is_refused_or_marked_dirty(self):
+        self.assertEqual(self.refused.returncode, 1, self.refused.stderr)
+        self.assertIn("\n?? NOTES.txt\n", self.refused.stderr)
+        self.assertFalse(self.work.joinpath("refused.zip").exists())
+        bom = json.loads((self.out / "calder.cdx.json").read_text())
+        self.assertEqual(bom["metadata"]["component"]["properties"],
+                         [{"name": "calder:commit", "value": self.commit},
+                          {"name": "calder:tree", "value": "dirty"}])
+        self.assertIn(f"\nBuilt from commit {self.commit}, dirty",
+                      (self.out / "THIRD-PARTY-NOTICES.txt").read_text())
 
     def test_mistakes_on_the_command_line_stop_before_anything_is_built(self):
         taken = self.work / "taken"

@@ -1,4 +1,5 @@
 #include <windows.h>
+#include <sddl.h>
 
 #include <gtest/gtest.h>
 
@@ -34,9 +35,27 @@ LockOutcome AcquireAfterAnotherHolder(const wchar_t* name, bool holderLives) {
 }
 
 TEST(Win32UpdateLockTest, TheMutexStateBecomesTheLockOutcome) {
-  EXPECT_EQ(Win32UpdateLock(L"Global\\CalderTestLockFree").Acquire().outcome, LockOutcome::Taken);
-  EXPECT_EQ(AcquireAfterAnotherHolder(L"Global\\CalderTestLockHeld", true), LockOutcome::Held);
-  EXPECT_EQ(AcquireAfterAnotherHolder(L"Global\\CalderTestLockLeft", false), LockOutcome::TakenOver);
+  EXPECT_EQ(Win32UpdateLock(L"CalderTestLockFree").Acquire().outcome, LockOutcome::Taken);
+  EXPECT_EQ(AcquireAfterAnotherHolder(L"CalderTestLockHeld", true), LockOutcome::Held);
+  EXPECT_EQ(AcquireAfterAnotherHolder(L"CalderTestLockLeft", false), LockOutcome::TakenOver);
+}
+
+// Squatters in Global\: a mutex that admits nobody, an event of the lock's
+// name. Without private namespaces (Wine) the lock lives there and such a
+// name is held; with them the squatter is beside the point.
+TEST(Win32UpdateLockTest, ANameSquattedInGlobalIsHeldOrIgnored) {
+  const bool privateNamespaces =
+      GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "CreatePrivateNamespaceW") != nullptr;
+  const LockOutcome expected = privateNamespaces ? LockOutcome::Taken : LockOutcome::Held;
+  SECURITY_ATTRIBUTES nobody = {sizeof nobody, nullptr, FALSE};
+  ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P", SDDL_REVISION_1,
+                                                                   &nobody.lpSecurityDescriptor, nullptr));
+  // Left open, as a squatter would.
+  std::thread([&] { CreateMutexExW(&nobody, L"Global\\CalderTestLockDenied", 0, SYNCHRONIZE); }).join();
+  LocalFree(nobody.lpSecurityDescriptor);
+  EXPECT_EQ(Win32UpdateLock(L"CalderTestLockDenied").Acquire().outcome, expected);
+  ASSERT_NE(CreateEventW(nullptr, TRUE, FALSE, L"Global\\CalderTestLockEvent"), nullptr);
+  EXPECT_EQ(Win32UpdateLock(L"CalderTestLockEvent").Acquire().outcome, expected);
 }
 
 // The window's thread logs while the worker does: with the library's locks
