@@ -79,7 +79,8 @@ class ReleaseTest(unittest.TestCase):
         (tree / "NOTES.txt").write_text("not in the commit\n")
         cls.commit = run("git", "-C", tree, "rev-parse", "HEAD").stdout.strip()
         cls.refused = run(tree / "scripts" / "release", *cls.args, cls.work / "refused")
-        cls.release = run(tree / "scripts" / "release", *cls.args, "--allow-dirty",
+        # Niced: the Wine tests beside it need the processor on time, this build does not.
+        cls.release = run("nice", "-n", "10", tree / "scripts" / "release", *cls.args, "--allow-dirty",
                           "--sign-key", cls.work / "cert" / "key.pem",
                           "--sign-cert", cls.work / "cert" / "cert.pem", cls.out)
 
