@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "base/log_lines.h"
 #include "report/fleet_reader.h"
 #include "report/line_reader.h"
 #include "report/record_json.h"
@@ -99,6 +100,7 @@ TEST(ReportClassifier, EachFaultOfTheProductGetsItsCause) {
       {"invalid-input", Kind::kNone, Outcome::kNone, Cause::kNone, nullptr, 0},
       {"another-instance", Kind::kUpdate, Outcome::kRefused, Cause::kAnotherInstance, "another update", 0},
       {"battery-low", Kind::kUpdate, Outcome::kRefused, Cause::kBatteryLow, "12 % on battery", 0},
+      {"version-refused", Kind::kVersion, Outcome::kRefused, Cause::kAnotherInstance, "another update", 0},
   };
   for (const FaultCase& c : cases) {
     SCOPED_TRACE(c.scenario);
@@ -189,10 +191,10 @@ TEST(ReportClassifier, DamageAroundTheLinesChangesNothingThatIsStillThere) {
   // The session ended under the update: the process went with it.
   Lines ended = ScenarioLog("success");
   const std::string& last = ended.back();
-  ended.insert(ended.end() - 1, last.substr(0, last.find(": ") + 2) + kSessionEndingText);
+  ended.insert(ended.end() - 1, last.substr(0, last.find(": ") + 2) + log_lines::shutdown_guard_cpp::kSessionEnding);
   const RunRecord session = ClassifyFile(Joined(ended, "\r\n"));
   EXPECT_EQ(session.outcome, Outcome::kInterrupted);
-  EXPECT_EQ(session.evidence.value_or(""), kSessionEndingText);
+  EXPECT_EQ(session.evidence.value_or(""), log_lines::shutdown_guard_cpp::kSessionEnding);
 
   for (const std::string& notALog : {std::string(), junk, megabyte, std::string("Current version: x\n")}) {
     const RunRecord r = ClassifyFile(notALog);

@@ -5,7 +5,6 @@
 
 #include "driver/run_guards.h"
 #include "driver/shutdown_guard.h"
-#include "platform/environment.h"
 #include "platform/update_lock.h"
 #include "tests/support/log_capture.h"
 
@@ -45,8 +44,9 @@ TEST(RunAdmissionTest, EachLockOutcomeLeadsWhereItShould) {
       {LockOutcome::Taken, "--version", true, "", {"Acquire", "Release"}, {}},
       {LockOutcome::Taken, "--update", false, "", {"Acquire", "ReadPower", "Release"}, {low}},
       {LockOutcome::Held, "--update", false, "", {"Acquire"}, {running}},
-      {LockOutcome::Held, "--UPDATE", false, "", {"Acquire"}, {running}},
-      {LockOutcome::Held, "--version", false, "compound version:0.0.0.0.0.0.0.0\n", {"Acquire"}, {running}},
+      {LockOutcome::Held, "--UPDATE", false, "", {"Acquire"}, {"INFO run_guards.cpp: run without an update refused", running}},
+      {LockOutcome::Held, "--version", false, "compound version:0.0.0.0.0.0.0.0\n", {"Acquire"},
+       {"INFO run_guards.cpp: version report refused", running}},
       {LockOutcome::TakenOver, "--version", true, "", {"Acquire", "Release"},
        {"INFO run_guards.cpp: previous update ended without releasing the lock"}},
       {LockOutcome::NotCreatable, "--update", false, "", {"Acquire", "ReadPower"},
@@ -54,37 +54,36 @@ TEST(RunAdmissionTest, EachLockOutcomeLeadsWhereItShould) {
   for (auto c : cases) {
     GuardPlatform platform;
     platform.lock = {c.lock, 5};
-    Environment env;
-    env.updateLock = &platform;
-    env.powerStatus = &platform;
-    ScopedEnvironment scope(env);
     test::LogCapture log;
     std::string program = "calder.exe";
     char* argv[] = {&program[0], &c.arg[0], nullptr};
     testing::internal::CaptureStdout();
-    EXPECT_EQ(RunAdmission(2, argv).Admitted(), c.admitted) << c.arg;
+    EXPECT_EQ(RunAdmission(ReadCommandLine(2, argv), &platform, &platform).Admitted(), c.admitted) << c.arg;
     EXPECT_EQ(testing::internal::GetCapturedStdout(), c.out);
     EXPECT_EQ(platform.calls, c.calls) << c.arg;
     EXPECT_EQ(log.Lines(), c.log) << c.arg;
   }
 }
 
-// Held from the window to the final 100 %, one line per refused request; a
-// session that ends anyway during the update ends the process with 1.
+// Held from the window to the 100 % after the worker finished, one line per
+// refused request; a session that ends anyway during the update ends the
+// process with 1.
 TEST(ShutdownGuardTest, HoldsOffTheSessionEndFromTheWindowToTheFinal100) {
   GuardPlatform platform;
   test::LogCapture log;
-  ShutdownGuard guard(platform);
+  ShutdownGuard guard;
   EXPECT_TRUE(guard.MaySessionEnd());
-  guard.UpdateStarted();
+  guard.UpdateStarted(platform);
   EXPECT_EQ(platform.reason, L"正在升级触控板固件，请勿关机");
   EXPECT_FALSE(guard.MaySessionEnd());
   guard.SessionEnding(false);
+  guard.UpdateFinished();  // the writer's 100 % from its last block
   EXPECT_FALSE(guard.MaySessionEnd());
+  guard.WorkerFinished();
   guard.UpdateFinished();
   EXPECT_TRUE(guard.MaySessionEnd());
   guard.SessionEnding(true);  // after the update the system ends the process
-  guard.UpdateStarted();
+  guard.UpdateStarted(platform);
   guard.SessionEnding(true);
   const std::string refused = "INFO shutdown_guard.cpp: shutdown refused: update in progress";
   EXPECT_EQ(log.Lines(), (Strings{refused, refused, "ERROR shutdown_guard.cpp: session ending during update"}));
