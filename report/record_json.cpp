@@ -1,9 +1,8 @@
 #include "report/record_json.h"
 
 #include <charconv>
-#include <cstdio>
-#include <utility>
-#include <vector>
+
+#include <nlohmann/json.hpp>
 
 #include "report/text_escape.h"
 
@@ -11,35 +10,11 @@ namespace calder::report {
 
 namespace {
 
-using Members = std::vector<std::pair<const char*, std::string>>;
+using Json = nlohmann::ordered_json;
 
-std::string Object(const Members& members) {
-  std::string out = "{";
-  for (const auto& [name, value] : members) {
-    if (out.size() > 1) out.push_back(',');
-    out += std::string("\"") + name + "\":" + value;
-  }
-  return out + "}";
-}
-
-std::string Text(std::string_view value) {
-  std::string out;
-  AppendJsonString(value, &out);
-  return out;
-}
-
-std::string Text(const std::optional<std::string>& value) {
-  return value ? Text(std::string_view(*value)) : "null";
-}
-std::string Code(const char* code) { return code != nullptr ? Text(std::string_view(code)) : "null"; }
-
-std::string Seconds(int64_t ms) {
-  if (ms == kNoTime) return "null";
-  char text[32];
-  std::snprintf(text, sizeof text, "%lld.%03lld", static_cast<long long>(ms / 1000),
-                static_cast<long long>(ms % 1000));
-  return text;
-}
+Json Text(const std::optional<std::string>& value) { return value ? Json(ToUtf8(*value)) : Json(); }
+Json Code(const char* code) { return code != nullptr ? Json(code) : Json(); }
+Json Seconds(int64_t ms) { return ms == kNoTime ? Json() : Json(static_cast<double>(ms) / 1000.0); }
 
 // A small reader for the records written above: objects, strings, numbers,
 // true, false and null; nothing nests deeper than the records do.
@@ -242,24 +217,24 @@ class Reader {
 }  // namespace
 
 void AppendRecordJson(const RunRecord& r, std::string_view file, std::string* out) {
-  const std::string seconds =
-      Object({{"total", Seconds(r.totalMs)}, {"touchpad", Seconds(r.touchpadMs)}, {"force", Seconds(r.forceMs)}});
-  const std::string force = Object({{"before", Text(r.forceBefore)},
-                                    {"target", Text(r.forceTarget)},
-                                    {"after", Text(r.forceAfter)},
-                                    {"attempts", std::to_string(r.forceAttempts)},
-                                    {"calibration_rescue", r.calibrationRescue ? "true" : "false"}});
-  out->append(Object({{"schema", std::to_string(kRecordSchema)},
-                      {"file", Text(file)},
-                      {"kind", Code(KindCode(r.kind))},
-                      {"outcome", Code(OutcomeCode(r.outcome))},
-                      {"cause", Code(CauseCode(r.cause))},
-                      {"evidence", Text(r.evidence)},
-                      {"started", Text(r.started)},
-                      {"seconds", seconds},
-                      {"force", force},
-                      {"last_step", Code(StepCode(r.lastStep))},
-                      {"write_percent", r.writePercent >= 0 ? std::to_string(r.writePercent) : "null"}}));
+  const Json record = {
+      {"schema", kRecordSchema},
+      {"file", ToUtf8(file)},
+      {"kind", Code(KindCode(r.kind))},
+      {"outcome", Code(OutcomeCode(r.outcome))},
+      {"cause", Code(CauseCode(r.cause))},
+      {"evidence", Text(r.evidence)},
+      {"started", Text(r.started)},
+      {"seconds", {{"total", Seconds(r.totalMs)}, {"touchpad", Seconds(r.touchpadMs)}, {"force", Seconds(r.forceMs)}}},
+      {"force",
+       {{"before", Text(r.forceBefore)},
+        {"target", Text(r.forceTarget)},
+        {"after", Text(r.forceAfter)},
+        {"attempts", r.forceAttempts},
+        {"calibration_rescue", r.calibrationRescue}}},
+      {"last_step", Code(StepCode(r.lastStep))},
+      {"write_percent", r.writePercent >= 0 ? Json(r.writePercent) : Json()}};
+  out->append(record.dump());
   out->push_back('\n');
 }
 
