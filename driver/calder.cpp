@@ -1,3 +1,5 @@
+// The program's own lines show calder.cpp: the entry run, main, the update
+// sequence and the version report live here.
 #include "driver/calder.h"
 
 #include <future>
@@ -138,7 +140,7 @@ UpdatePhases& Phases() {
 }
 
 int main(int argc, char** argv) {
-  PowerRequestGuard power;
+  PowerRequestGuard power(Env().power);
   switch (ReadCommandLine(argc, argv).mode) {
     case RunMode::kNoArgument:
       LOG(INFO) << lines::kFinish;
