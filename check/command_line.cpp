@@ -5,7 +5,7 @@
 
 #include "check/package_checker.h"
 #include "check/report_writer.h"
-#include "driver/log_texts.h"
+#include "base/tool_version.h"
 
 namespace calder::check {
 

@@ -2,27 +2,13 @@
 
 #include <cstdio>
 
+#include <nlohmann/json.hpp>
+
 namespace calder::check {
 
 namespace {
 
-std::string Quoted(const std::string& text) {
-  std::string out = "\"";
-  for (const char c : text) {
-    const unsigned char u = static_cast<unsigned char>(c);
-    if (c == '"' || c == '\\') {
-      out += '\\';
-      out += c;
-    } else if (u < 0x20) {
-      char escape[8];
-      std::snprintf(escape, sizeof escape, "\\u%04x", u);
-      out += escape;
-    } else {
-      out += c;
-    }
-  }
-  return out + "\"";
-}
+using Json = nlohmann::ordered_json;
 
 std::string Seconds(uint64_t ms) {
   char text[32];
@@ -31,8 +17,8 @@ std::string Seconds(uint64_t ms) {
 }
 
 template <typename T>
-std::string NumberOrNull(const std::optional<T>& value) {
-  return value ? std::to_string(*value) : "null";
+Json NumberOrNull(const std::optional<T>& value) {
+  return value ? Json(*value) : Json();
 }
 
 const char* SeverityName(Severity severity) {
@@ -44,49 +30,35 @@ const char* Verdict(const PackageReport& report) { return report.Ship() ? "ship"
 }  // namespace
 
 std::string JsonReport(const PackageReport& report, bool withLog) {
-  std::string out = "{\"verdict\": " + Quoted(Verdict(report)) + ",\n \"findings\": [";
-  for (size_t i = 0; i < report.findings.size(); ++i) {
-    const Finding& f = report.findings[i];
-    out += (i == 0 ? "" : ",") + std::string("\n  {\"severity\": ") + Quoted(SeverityName(f.severity)) +
-           ", \"code\": " + Quoted(f.code) + ", \"path\": " + Quoted(f.path) +
-           ", \"message\": " + Quoted(f.message) + "}";
+  Json out = {{"verdict", Verdict(report)}, {"findings", Json::array()}, {"files", Json::array()}};
+  for (const Finding& f : report.findings) {
+    out["findings"].push_back(
+        {{"severity", SeverityName(f.severity)}, {"code", f.code}, {"path", f.path}, {"message", f.message}});
   }
-  out += "],\n \"files\": [";
-  for (size_t i = 0; i < report.files.size(); ++i) {
-    const ShippedFile& f = report.files[i];
-    out += (i == 0 ? "" : ",") + std::string("\n  {\"path\": ") + Quoted(f.path) +
-           ", \"sha256\": " + Quoted(f.sha256) + ", \"signed\": " + (f.isSigned ? "true" : "false") + "}";
+  for (const ShippedFile& f : report.files) {
+    out["files"].push_back({{"path", f.path}, {"sha256", f.sha256}, {"signed", f.isSigned}});
   }
-  out += "],\n \"touchpad\": ";
+  out["touchpad"] = nullptr;
   if (const auto& tp = report.touchpad) {
-    out += "{\"file\": " + Quoted(tp->file) + ", \"size\": " + std::to_string(tp->size) +
-           ", \"sum\": " + std::to_string(tp->sum) +
-           ", \"checksum16\": " + std::to_string(tp->checksum16) + "}";
-  } else {
-    out += "null";
+    out["touchpad"] = {{"file", tp->file}, {"size", tp->size}, {"sum", tp->sum}, {"checksum16", tp->checksum16}};
   }
-  out += ",\n \"force\": ";
+  out["force"] = nullptr;
   if (const auto& force = report.force) {
-    out += "{\"file\": " + Quoted(force->file) +
-           ", \"version\": " + (force->version ? Quoted(*force->version) : "null") +
-           ", \"format\": " + Quoted(force->tagged ? "tagged" : "raw") +
-           ", \"image_size\": " + NumberOrNull(force->imageSize) +
-           ", \"blocks\": " + NumberOrNull(force->blocks) +
-           ", \"erase_sectors\": " + NumberOrNull(force->eraseSectors) +
-           ", \"readback_chunks\": " + NumberOrNull(force->readbackChunks) + "}";
-  } else {
-    out += "null";
+    out["force"] = {{"file", force->file},
+                    {"version", NumberOrNull(force->version)},
+                    {"format", force->tagged ? "tagged" : "raw"},
+                    {"image_size", NumberOrNull(force->imageSize)},
+                    {"blocks", NumberOrNull(force->blocks)},
+                    {"erase_sectors", NumberOrNull(force->eraseSectors)},
+                    {"readback_chunks", NumberOrNull(force->readbackChunks)}};
   }
   const UpdatePrediction& p = report.prediction;
-  out += ",\n \"prediction\": {\"result\": " + std::to_string(p.result) +
-         ", \"force_phase_seconds\": " + (p.forcePhaseRan ? Seconds(p.forcePhaseMs) : "null") +
-         ", \"update_seconds\": " + Seconds(p.updateMs);
-  if (withLog) {
-    out += ",\n  \"log\": [";
-    for (size_t i = 0; i < p.log.size(); ++i) out += (i == 0 ? "\n   " : ",\n   ") + Quoted(p.log[i]);
-    out += "]";
-  }
-  return out + "}}\n";
+  Json& prediction = out["prediction"] = {{"result", p.result}};
+  prediction["force_phase_seconds"] = p.forcePhaseRan ? Json(static_cast<double>(p.forcePhaseMs) / 1000.0) : Json();
+  prediction["update_seconds"] = static_cast<double>(p.updateMs) / 1000.0;
+  if (withLog) prediction["log"] = p.log;
+  // Names and log lines from a package may hold bytes that are no UTF-8.
+  return out.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 std::string TextReport(const PackageReport& report, bool withLog) {

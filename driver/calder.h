@@ -1,7 +1,5 @@
 #pragma once
 
-#include "driver/log_texts.h"
-
 namespace calder {
 
 // The driver routine: 0 for success, 1 for failure.

@@ -12,8 +12,6 @@
 namespace calder {
 
 const char kLogFolder[] = "C:\\ProgramData\\KORU\\KoruDeviceService\\log";
-const char kMarkerFolder[] = "C:\\ProgramData\\KORU\\KoruDeviceService";
-const char kMarkerFileName[] = "Calder_ProcessPath.txt";
 const char kTrustRoot[] = "C:\\ProgramData\\KORU";
 const char kLogFormat[] = "%datetime{%Y-%M-%d %H:%m:%s.%g} %level %fbase %line: %msg";
 
@@ -25,26 +23,16 @@ bool RefusedUnderRoot(FileSystem& files, const char* prefix) {
   return IsAtOrUnder(kTrustRoot, prefix) && !CheckFolder(files, prefix).trusted;
 }
 
-// The chain from the trust root down to folder, or why it is refused.
+}  // namespace
+
 TrustVerdict CheckChain(const std::string& folder) {
   if (Env().files == nullptr) return {false, folder, "cannot be inspected"};
   return CheckFolderChain(*Env().files, kTrustRoot, folder);
 }
 
-// One ERROR line per refusal: what, the refused path and why.
 void LogRefusal(const char* what, const TrustVerdict& verdict) {
   LOG(ERROR) << what << " refused: " << verdict.path << " " << verdict.reason;
 }
-
-// The marker's folder chain and the marker's own place; logs a refusal.
-bool MarkerMayBeTouched() {
-  TrustVerdict verdict = CheckChain(kMarkerFolder);
-  if (verdict.trusted) verdict = CheckFileTarget(*Env().files, MarkerFilePath());
-  if (!verdict.trusted) LogRefusal("run marker", verdict);
-  return verdict.trusted;
-}
-
-}  // namespace
 
 void CreateFolderChain(const std::string& folder) {
   char buffer[kPathBuffer] = {};
@@ -110,34 +98,6 @@ void InitLogging() {
   el::Loggers::reconfigureLogger(logger, config);
   el::Loggers::addFlag(el::LoggingFlag::DisableApplicationAbortOnFatalLog);
   if (!verdict.trusted) LogRefusal("log file", verdict);
-}
-
-std::string MarkerFilePath() { return std::string(kMarkerFolder) + "\\" + kMarkerFileName; }
-
-std::string MarkerFileBytes(const std::u16string& modulePath) {
-  std::string bytes;
-  bytes.reserve(modulePath.size() * 2);
-  for (char16_t unit : modulePath) {
-    bytes.push_back(static_cast<char>(unit & 0xFF));
-    bytes.push_back(static_cast<char>(unit >> 8));
-  }
-  return bytes;
-}
-
-void WriteProcessPathMarker() {
-  CreateFolderChain(kMarkerFolder);
-  if (Env().process == nullptr || Env().files == nullptr) return;
-  if (!MarkerMayBeTouched()) return;
-  std::u16string path = Env().process->ModulePathW();
-  if (path.size() >= kPathBuffer) path.resize(kPathBuffer - 1);
-  const std::string bytes = MarkerFileBytes(path);
-  Env().files->WriteNewFile(MarkerFilePath(), bytes.data(), bytes.size());
-}
-
-void DeleteProcessPathMarker() {
-  if (Env().files == nullptr) return;
-  if (!MarkerMayBeTouched()) return;
-  Env().files->RemoveFile(MarkerFilePath());
 }
 
 }  // namespace calder

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "driver/folder_trust.h"
 #include "platform/process_info.h"
 
 namespace el {
@@ -11,8 +12,6 @@ class Configurations;
 namespace calder {
 
 extern const char kLogFolder[];
-extern const char kMarkerFolder[];
-extern const char kMarkerFileName[];
 extern const char kLogFormat[];
 // Everything the program writes lies under this folder; it and every folder
 // below it are checked before a write or delete goes through them.
@@ -21,6 +20,11 @@ extern const char kTrustRoot[];
 // Creates every folder along a backslash-separated path, ignoring failures,
 // but stops at a folder under the trust root that may not be created in.
 void CreateFolderChain(const std::string& folder);
+// The chain from the trust root down to folder, or why it is refused.
+TrustVerdict CheckChain(const std::string& folder);
+// One ERROR line per refusal, shown as logging.cpp's: what, the refused path
+// and why.
+void LogRefusal(const char* what, const TrustVerdict& verdict);
 
 // "<folder>\Calder_YYYY-MM-DD_hhmmss_<pid>.log", cut to 259 characters.
 std::string LogFilePath(const std::string& folder, const LocalTime& time, unsigned long pid);
@@ -36,13 +40,5 @@ void QuietDefaultLogger(bool enabled = true);
 // Logs to standard output only when the log folder's chain is refused, with
 // one line saying which folder and why.
 void InitLogging();
-
-std::string MarkerFilePath();
-// The executable's path as raw UTF-16LE code units, no BOM, no terminator.
-std::string MarkerFileBytes(const std::u16string& modulePath);
-// Both do nothing but log one line when the marker's folder chain is refused
-// or a link stands where the marker goes.
-void WriteProcessPathMarker();
-void DeleteProcessPathMarker();
 
 }  // namespace calder

@@ -1,10 +1,8 @@
 #include "driver/power_request_guard.h"
 
-#include "platform/environment.h"
-
 namespace calder {
 
-PowerRequestGuard::PowerRequestGuard() : power_(Env().power) {
+PowerRequestGuard::PowerRequestGuard(PowerRequests* power) : power_(power) {
   if (power_ == nullptr) return;
   handle_ = power_->Create(L"Firmware screen update in progress");
   if (handle_ == kInvalidPowerRequest) return;

@@ -4,10 +4,11 @@
 
 namespace calder {
 
-// Keeps the display and the system awake for the guard's lifetime.
+// Keeps the display and the system awake for the guard's lifetime; without
+// power requests it does nothing.
 class PowerRequestGuard {
  public:
-  PowerRequestGuard();
+  explicit PowerRequestGuard(PowerRequests* power);
   ~PowerRequestGuard();
   PowerRequestGuard(const PowerRequestGuard&) = delete;
   PowerRequestGuard& operator=(const PowerRequestGuard&) = delete;

@@ -1,16 +1,13 @@
 #include "driver/run_guards.h"
 
-#include <string>
-
-#include "base/guard_lines.h"
 #include "base/log.h"
+#include "base/log_lines.h"
 #include "driver/calder.h"
-#include "platform/environment.h"
 #include "platform/update_lock.h"
 
 namespace calder {
 
-namespace lines = guard_lines;
+namespace lines = log_lines::run_guards_cpp;
 
 bool BatteryAllowsUpdate(const PowerStatus& status) {
   if (status.acLine != 0) return true;
@@ -20,44 +17,40 @@ bool BatteryAllowsUpdate(const PowerStatus& status) {
   return !critical && status.chargePercent >= kMinimumBatteryPercent;
 }
 
-bool IsVersionQuery(int argc, char** argv) {
-  return argc == 2 && argv[1] != nullptr && std::string(argv[1]) == "--version";
+RunAdmission::RunAdmission(const CommandLine& commandLine, UpdateLock* lock, PowerStatusSource* power)
+    : lock_(lock), power_(power) {
+  if (!TakeLock()) {
+    // A refused run that was no update names what it was, so that its log
+    // is not read as a refused update. A version report, with or without a
+    // window, still gives its line.
+    if (commandLine.mode == RunMode::kVersion) {
+      PrintUnknownVersion();
+      LOG(INFO) << lines::kVersionReportRefused;
+    } else if (commandLine.mode != RunMode::kUpdate) {
+      LOG(INFO) << lines::kRunWithoutUpdateRefused;
+    }
+    LOG(ERROR) << lines::kAnotherUpdateRunning;
+    return;
+  }
+  admitted_ = commandLine.mode != RunMode::kUpdate || PowerAllowsUpdate();
 }
 
-namespace {
-
-bool FirstArgumentIs(int argc, char** argv, const char* wanted) {
-  return argc >= 2 && argv[1] != nullptr && std::string(argv[1]) == wanted;
+RunAdmission::~RunAdmission() {
+  if (locked_) lock_->Release();
 }
 
-bool PowerAllowsUpdate() {
-  if (Env().powerStatus == nullptr) return true;
-  const PowerStatus status = Env().powerStatus->Read();
+bool RunAdmission::PowerAllowsUpdate() {
+  if (power_ == nullptr) return true;
+  const PowerStatus status = power_->Read();
   if (BatteryAllowsUpdate(status)) return true;
   LOG(ERROR) << lines::kBatteryTooLow << status.chargePercent << lines::kBatteryTooLowCharge
              << kMinimumBatteryPercent << lines::kBatteryTooLowNeeded;
   return false;
 }
 
-}  // namespace
-
-RunAdmission::RunAdmission(int argc, char** argv) {
-  if (!TakeLock()) {
-    // A version report, with or without a window, still gives its line.
-    if (FirstArgumentIs(argc, argv, "--version")) PrintUnknownVersion();
-    LOG(ERROR) << lines::kAnotherUpdateRunning;
-    return;
-  }
-  admitted_ = !FirstArgumentIs(argc, argv, "--update") || PowerAllowsUpdate();
-}
-
-RunAdmission::~RunAdmission() {
-  if (locked_) Env().updateLock->Release();
-}
-
 bool RunAdmission::TakeLock() {
-  if (Env().updateLock == nullptr) return true;
-  const LockAttempt attempt = Env().updateLock->Acquire();
+  if (lock_ == nullptr) return true;
+  const LockAttempt attempt = lock_->Acquire();
   switch (attempt.outcome) {
     case LockOutcome::Taken:
       break;

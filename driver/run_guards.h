@@ -1,8 +1,11 @@
 #pragma once
 
+#include "driver/run_mode.h"
 #include "platform/power_status.h"
 
 namespace calder {
+
+class UpdateLock;
 
 // A flash starts on battery only from this charge up.
 constexpr int kMinimumBatteryPercent = 25;
@@ -12,16 +15,14 @@ constexpr int kMinimumBatteryPercent = 25;
 // charge (no battery) let the update go on.
 bool BatteryAllowsUpdate(const PowerStatus& status);
 
-// Exactly one argument, "--version": main runs on the entry thread, no window.
-bool IsVersionQuery(int argc, char** argv);
-
 // The guards that come before any window, message or device: the machine-wide
-// update lock for every run, and the battery for "--update". Built first
-// thing in WinMain; a refused run logs its one line and exits 1. The lock is
-// held until the object dies, on the thread that made it.
+// update lock for every run, and the battery for "--update". Made first thing
+// by the entry; a refused run logs its lines and exits 1. The lock is held
+// until the object dies, on the thread that made it. Without a lock or a
+// power source that guard lets the run go on.
 class RunAdmission {
  public:
-  RunAdmission(int argc, char** argv);
+  RunAdmission(const CommandLine& commandLine, UpdateLock* lock, PowerStatusSource* power);
   ~RunAdmission();
   RunAdmission(const RunAdmission&) = delete;
   RunAdmission& operator=(const RunAdmission&) = delete;
@@ -30,7 +31,10 @@ class RunAdmission {
 
  private:
   bool TakeLock();
+  bool PowerAllowsUpdate();
 
+  UpdateLock* lock_;
+  PowerStatusSource* power_;
   bool admitted_ = false;
   bool locked_ = false;
 };

@@ -1,35 +1,37 @@
 #include "driver/shutdown_guard.h"
 
-#include "base/guard_lines.h"
 #include "base/log.h"
+#include "base/log_lines.h"
 
 namespace calder {
 
 const wchar_t kShutdownBlockReason[] = L"正在升级触控板固件，请勿关机";
 
-void ShutdownGuard::UpdateStarted() {
+void ShutdownGuard::UpdateStarted(ShutdownBlocker& blocker) {
   if (blocking_) return;
+  blocker_ = &blocker;
   blocking_ = true;
-  blocker_.Block(kShutdownBlockReason);
+  workerFinished_ = false;
+  blocker_->Block(kShutdownBlockReason);
 }
 
 bool ShutdownGuard::MaySessionEnd() {
   if (!blocking_) return true;
-  LOG(INFO) << guard_lines::kShutdownRefused;
+  LOG(INFO) << log_lines::shutdown_guard_cpp::kShutdownRefused;
   return false;
 }
 
 void ShutdownGuard::SessionEnding(bool ending) {
   if (!ending || !blocking_) return;
   // The logger flushes every line, so the line is on disk before the end.
-  LOG(ERROR) << guard_lines::kSessionEnding;
-  blocker_.EndProcess(1);
+  LOG(ERROR) << log_lines::shutdown_guard_cpp::kSessionEnding;
+  blocker_->EndProcess(1);
 }
 
 void ShutdownGuard::UpdateFinished() {
-  if (!blocking_) return;
+  if (!blocking_ || !workerFinished_) return;
   blocking_ = false;
-  blocker_.Unblock();
+  blocker_->Unblock();
 }
 
 }  // namespace calder

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+
 #include "platform/session_end.h"
 
 namespace calder {
@@ -8,12 +10,14 @@ namespace calder {
 extern const wchar_t kShutdownBlockReason[];
 
 // Holds off the end of the session from the moment the progress window exists
-// until the update's final 100 %. Every call comes on the window's thread.
+// until the window shows 100 % after the worker's main has returned: a 100 %
+// that the writer posts from its last block comes before the read-back and
+// releases nothing. Every call but WorkerFinished comes on the window's thread.
 class ShutdownGuard : public SessionEndListener {
  public:
-  explicit ShutdownGuard(ShutdownBlocker& blocker) : blocker_(blocker) {}
-
-  void UpdateStarted();
+  void UpdateStarted(ShutdownBlocker& blocker);
+  // From the worker, before it posts its own 100 %.
+  void WorkerFinished() { workerFinished_ = true; }
   bool MaySessionEnd() override;
   // A forced end during the update logs its line and ends the process with 1.
   void SessionEnding(bool ending) override;
@@ -22,8 +26,9 @@ class ShutdownGuard : public SessionEndListener {
   bool Blocking() const { return blocking_; }
 
  private:
-  ShutdownBlocker& blocker_;
+  ShutdownBlocker* blocker_ = nullptr;
   bool blocking_ = false;
+  std::atomic<bool> workerFinished_{false};
 };
 
 }  // namespace calder

@@ -4,6 +4,7 @@
 
 #include "base/firmware_discovery.h"
 #include "base/log.h"
+#include "base/log_lines.h"
 #include "force/iic_write_read.h"
 #include "force/read_firmware_content.h"
 #include "force/update_fw.h"
@@ -13,6 +14,8 @@
 #include "platform/progress.h"
 
 namespace calder {
+
+namespace lines = log_lines::force_update_cpp;
 
 namespace {
 
@@ -46,7 +49,7 @@ bool CheckFlashContent(const std::string& path, IICWriteRead* channel) {
   // Kept as the field sees it: both sums print as doubles, large ones like 3.84e+06.
   LOG(INFO) << "checksum : " << chip << " filechecksum : " << reader.fileChecksum;
   if (chip == reader.fileChecksum) return true;
-  LOG(INFO) << "checksum check failed!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!";
+  LOG(INFO) << lines::kChecksumFailed;
   return false;
 }
 
@@ -75,7 +78,7 @@ bool CalibrationReadable() {
   std::string text = "no error";
   const bool readable = hid.ReadCalibrateData(text);
   if (!readable) LOG(ERROR) << text;
-  LOG(INFO) << "calidata: " << text;
+  LOG(INFO) << lines::kCalibration << text;
   hid.CloseHandles();
   return readable;
 }
@@ -91,7 +94,7 @@ bool UpgradeForceFW() {
     if (!hid.ReadForceVersion(version, error)) LOG(INFO) << error;
     hid.CloseHandles();
   }
-  LOG(INFO) << "current force version: " + version;
+  LOG(INFO) << lines::kCurrentVersion + version;
   const std::string path = FindFirstFileInFolder(GetModuleDir() + kForceFirmwareFolder);
   return UpdateForce(GetFileStem(path), path);
 }
@@ -110,7 +113,7 @@ bool UpdateForce(std::string targetVersion, std::string path) {
   if (code == 0) {
     LOG(INFO) << "init driver success";
   } else {
-    LOG(INFO) << "init driver fail: " << code;
+    LOG(INFO) << lines::kInitDriverFailed << code;
     const std::string reason = bridge.BindError();
     if (!reason.empty()) LOG(ERROR) << reason;
   }
@@ -119,7 +122,7 @@ bool UpdateForce(std::string targetVersion, std::string path) {
   code = bridge.btl_open_device();
   channel.deviceOpen = code == 0;
   if (code != 0) {
-    LOG(INFO) << "Open device fail: " << code;
+    LOG(INFO) << lines::kOpenFailed << code;
   } else {
     LOG(INFO) << "Open device success";
     LOG(INFO) << "disable touch";

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "base/log.h"
+#include "base/log_lines.h"
 #include "force/boot_loader_packets.h"
 #include "force/connect_exchange.h"
 #include "force/iic_write_read.h"
@@ -11,6 +12,8 @@
 #include "platform/progress.h"
 
 namespace calder {
+
+namespace lines = log_lines::update_fw_cpp;
 
 namespace {
 
@@ -34,10 +37,10 @@ UpdateFw::UpdateFw(std::string targetVersion, IICWriteRead* channel, FirmwareIma
 UpdateFw::~UpdateFw() = default;
 
 bool UpdateFw::Run(std::string path) {
-  LOG(INFO) << "upgrading: writing to chip";
+  LOG(INFO) << lines::kWriting;
   const ErrType loaded = LoadFile(path);
   if (loaded != ErrNone) {
-    LOG(INFO) << "LoadFile failed";
+    LOG(INFO) << lines::kLoadFileFailed;
     if (loaded == ErrImageSize) {
       LOG(ERROR) << "firmware image does not fit the " << kImageBufferSize
                  << "-byte buffer or its header is cut short: " << path;
@@ -51,7 +54,7 @@ bool UpdateFw::Run(std::string path) {
   ErrType result = ConnectCmd();
   SleepMs(kAfterConnectMs);
   if (result != ErrNone) {
-    LOG(INFO) << "jump Uboot connect error : " << result;
+    LOG(INFO) << lines::kConnectError << result;
     return false;
   }
 
@@ -62,12 +65,12 @@ bool UpdateFw::Run(std::string path) {
   LOG(INFO) << "start write flash... ";
   result = WriteFw();
   if (result != ErrNone) {
-    LOG(INFO) << "write flash data Error " << result;
+    LOG(INFO) << lines::kWriteError << result;
     return false;
   }
   channel->SendPacket(kRunApplication, RunApplicationData());
   SleepMs(kAfterRunApplicationMs);
-  LOG(INFO) << "upgrade finish ret = " << 0;
+  LOG(INFO) << lines::kFinished << 0;
 
   channel->RestartPulse();
   SleepMs(kApplicationStartupMs);
@@ -129,7 +132,7 @@ UpdateFw::ErrType UpdateFw::WriteFw() {
 
     const int percent = offset * 100 / image_->size;
     if (percent > lastProgress + kProgressStep) {
-      LOG(INFO) << "progress: " << percent;
+      LOG(INFO) << lines::kProgress << percent;
       lastProgress = percent;
       PostProgress(kProgressBase + percent * 6 / 10);
     }
@@ -138,13 +141,13 @@ UpdateFw::ErrType UpdateFw::WriteFw() {
 }
 // Kept as the field sees it: "form" for "from" in the first log text.
 bool UpdateFw::UpgradeCheck(const std::string& version) {
-  LOG(INFO) << "read force version form firmware : " << version;
-  LOG(INFO) << "target force version : " << targetVersion;
+  LOG(INFO) << lines::kReadVersion << version;
+  LOG(INFO) << lines::kTargetVersion << targetVersion;
   if (version == targetVersion) {
-    LOG(INFO) << "upgrade success";
+    LOG(INFO) << lines::kUpgradeSuccess;
     return true;
   }
-  LOG(INFO) << "upgrade failed";
+  LOG(INFO) << lines::kUpgradeFailed;
   return false;
 }
 

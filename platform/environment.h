@@ -12,8 +12,6 @@ class BridgeLibrary;   // btl_hid_transfer.dll
 class UpgradeLibrary;  // btl_upgrade.dll
 class HidHost;         // SetupAPI + hid.dll
 class WmiConnector;    // WMI locator and COM security set-up
-class UpdateLock;
-class PowerStatusSource;
 
 // The platform seams the core reaches where a fixed signature leaves no room
 // to pass them in. WinMain installs the Win32 set; tests install doubles.
@@ -28,8 +26,6 @@ struct Environment {
   UpgradeLibrary* upgrade = nullptr;
   HidHost* hid = nullptr;
   WmiConnector* wmi = nullptr;
-  UpdateLock* updateLock = nullptr;
-  PowerStatusSource* powerStatus = nullptr;
 };
 
 Environment& Env();

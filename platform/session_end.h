@@ -11,7 +11,7 @@ class SessionEndListener {
   virtual bool MaySessionEnd() = 0;
   // The session's end was decided: ending is true when it really ends.
   virtual void SessionEnding(bool ending) = 0;
-  // The update's final 100 %.
+  // The window showed 100 %: the update is over once the worker has finished.
   virtual void UpdateFinished() = 0;
 };
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "driver/log_texts.h"
+#include "base/tool_version.h"
 #include "report/summary_text.h"
 #include "report/text_escape.h"
 

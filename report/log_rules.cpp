@@ -4,7 +4,7 @@
 #include <iterator>
 #include <vector>
 
-#include "driver/log_texts.h"
+#include "base/log_lines.h"
 
 namespace calder::report {
 
@@ -12,10 +12,16 @@ namespace {
 
 enum class Match { kExact, kPrefix };
 
-constexpr char kDriver[] = "calder.cpp";
-constexpr char kTouchpad[] = "tp_update.cpp";
-constexpr char kForce[] = "force_update.cpp";
-constexpr char kWriter[] = "update_fw.cpp";
+namespace driver = log_lines::calder_cpp;
+namespace guards = log_lines::run_guards_cpp;
+namespace tp = log_lines::tp_update_cpp;
+namespace force = log_lines::force_update_cpp;
+namespace writer = log_lines::update_fw_cpp;
+
+constexpr const char* kDriver = driver::kFile;
+constexpr const char* kTouchpad = tp::kFile;
+constexpr const char* kForce = force::kFile;
+constexpr const char* kWriter = writer::kFile;
 
 struct LinePattern {
   Pattern id;
@@ -25,53 +31,56 @@ struct LinePattern {
   bool error;        // only at ERROR level
 };
 
-// The texts as calder.exe logs them, quirks included.
+// How each of calder.exe's lines is recognised. An empty text stands for any
+// message of its level.
 const LinePattern kPatterns[] = {
-    {kCurrentVersion, kCurrentVersionLine, Match::kPrefix, nullptr, false},
-    {kMainReturned, kMainReturnedLine, Match::kPrefix, nullptr, false},
-    {kFinish, kFinishLine, Match::kExact, kDriver, false},
-    {kInvalidInput, "invalid input", Match::kExact, kDriver, false},
-    {kComFailed, "CoInitializeEx failed: ", Match::kPrefix, kDriver, false},
-    {kStartTouchpad, "---start tp update---", Match::kExact, kDriver, false},
-    {kTpInitializing, "Initializing...", Match::kExact, kTouchpad, false},
-    {kTpError, "ERROR: ", Match::kPrefix, kTouchpad, false},
-    {kTpInitFailed, "ERROR: Init failed with error code: ", Match::kPrefix, kTouchpad, false},
-    {kTpNoFile, "Upgrading from:", Match::kExact, kTouchpad, false},
-    {kTpFileEmpty, "file size == 0,exit", Match::kExact, kTouchpad, false},
-    {kTpFileShort, "file read incomplete,exit", Match::kExact, kTouchpad, false},
-    {kTpUpgraded, "SUCCESS: Upgrade completed successfully!", Match::kExact, kTouchpad, false},
-    {kTpFailed, "tp update failed", Match::kExact, kDriver, false},
-    {kTpUpgradeFailed, "ERROR: Upgrade failed with error code: ", Match::kPrefix, kTouchpad,
+    {kCurrentVersion, driver::kCurrentVersion, Match::kPrefix, nullptr, false},
+    {kMainReturned, driver::kMainReturned, Match::kPrefix, nullptr, false},
+    {kFinish, driver::kFinish, Match::kExact, kDriver, false},
+    {kInvalidInput, driver::kInvalidInput, Match::kExact, kDriver, false},
+    {kComFailed, driver::kComFailed, Match::kPrefix, kDriver, false},
+    {kStartTouchpad, driver::kStartTouchpad, Match::kExact, kDriver, false},
+    {kTpInitializing, tp::kInitializing, Match::kExact, kTouchpad, false},
+    {kTpError, tp::kError, Match::kPrefix, kTouchpad, false},
+    {kTpInitFailed, tp::kInitFailed, Match::kPrefix, kTouchpad, false},
+    {kTpNoFile, tp::kUpgradingFrom, Match::kExact, kTouchpad, false},
+    {kTpFileEmpty, tp::kFileEmpty, Match::kExact, kTouchpad, false},
+    {kTpFileShort, tp::kFileShort, Match::kExact, kTouchpad, false},
+    {kTpUpgraded, tp::kUpgraded, Match::kExact, kTouchpad, false},
+    {kTpFailed, driver::kTouchpadFailed, Match::kExact, kDriver, false},
+    {kTpUpgradeFailed, tp::kUpgradeFailed, Match::kPrefix, kTouchpad,
      false},
-    {kTpGetChecksumFailed, "ERROR: Get checksum failed: ", Match::kPrefix, kTouchpad, false},
-    {kTpChecksumFailed, "Upgrade checksum failed!", Match::kExact, kTouchpad, false},
-    {kTpOver, "---tp update over---", Match::kExact, kDriver, false},
-    {kStartForce, "---start force update---", Match::kExact, kDriver, false},
-    {kForceCurrent, "current force version: ", Match::kPrefix, kForce, false},
-    {kInitDriverFail, "init driver fail: ", Match::kPrefix, kForce, false},
+    {kTpGetChecksumFailed, tp::kGetChecksumFailed, Match::kPrefix, kTouchpad, false},
+    {kTpChecksumFailed, tp::kChecksumFailed, Match::kExact, kTouchpad, false},
+    {kTpOver, driver::kTouchpadOver, Match::kExact, kDriver, false},
+    {kStartForce, driver::kStartForce, Match::kExact, kDriver, false},
+    {kForceCurrent, force::kCurrentVersion, Match::kPrefix, kForce, false},
+    {kInitDriverFail, force::kInitDriverFailed, Match::kPrefix, kForce, false},
     {kForceError, "", Match::kPrefix, kForce, true},
-    {kOpenFail, "Open device fail: ", Match::kPrefix, kForce, false},
-    {kWriterStart, "upgrading: writing to chip", Match::kExact, kWriter, false},
-    {kLoadFileFailed, "LoadFile failed", Match::kExact, kWriter, false},
-    {kConnectError, "jump Uboot connect error : ", Match::kPrefix, kWriter, false},
-    {kWriteError, "write flash data Error ", Match::kPrefix, kWriter, false},
-    {kProgress, "progress: ", Match::kPrefix, kWriter, false},
-    {kWriteFinished, "upgrade finish ret = ", Match::kPrefix, kWriter, false},
-    {kReadVersion, "read force version form firmware : ", Match::kPrefix, kWriter, false},
-    {kTargetVersion, "target force version : ", Match::kPrefix, kWriter, false},
-    {kUpgradeSuccess, "upgrade success", Match::kExact, kWriter, false},
-    {kUpgradeFailed, "upgrade failed", Match::kExact, kWriter, false},
-    {kChecksumFailed, "checksum check failed!", Match::kPrefix, kForce, false},
-    {kForceCalidata, "calidata: ", Match::kPrefix, kForce, false},
-    {kForceOk, "force update success", Match::kExact, kDriver, false},
-    {kForceFailed, "force update failed", Match::kExact, kDriver, false},
-    {kVersionCalidata, "calidata: ", Match::kPrefix, kDriver, false},
-    {kTpVersion, "tp version : ", Match::kPrefix, kDriver, false},
-    {kVersionError, "err: ", Match::kPrefix, kDriver, true},
+    {kOpenFail, force::kOpenFailed, Match::kPrefix, kForce, false},
+    {kWriterStart, writer::kWriting, Match::kExact, kWriter, false},
+    {kLoadFileFailed, writer::kLoadFileFailed, Match::kExact, kWriter, false},
+    {kConnectError, writer::kConnectError, Match::kPrefix, kWriter, false},
+    {kWriteError, writer::kWriteError, Match::kPrefix, kWriter, false},
+    {kProgress, writer::kProgress, Match::kPrefix, kWriter, false},
+    {kWriteFinished, writer::kFinished, Match::kPrefix, kWriter, false},
+    {kReadVersion, writer::kReadVersion, Match::kPrefix, kWriter, false},
+    {kTargetVersion, writer::kTargetVersion, Match::kPrefix, kWriter, false},
+    {kUpgradeSuccess, writer::kUpgradeSuccess, Match::kExact, kWriter, false},
+    {kUpgradeFailed, writer::kUpgradeFailed, Match::kExact, kWriter, false},
+    {kChecksumFailed, force::kChecksumFailed, Match::kPrefix, kForce, false},
+    {kForceCalidata, force::kCalibration, Match::kPrefix, kForce, false},
+    {kForceOk, driver::kForceOk, Match::kExact, kDriver, false},
+    {kForceFailed, driver::kForceFailed, Match::kExact, kDriver, false},
+    {kVersionCalidata, driver::kCalibration, Match::kPrefix, kDriver, false},
+    {kTpVersion, driver::kVersions, Match::kPrefix, kDriver, false},
+    {kVersionError, driver::kQueryError, Match::kPrefix, kDriver, true},
     {kVersionErrorEmpty, "", Match::kExact, kDriver, true},
-    {kAnotherUpdate, kAnotherUpdateText, Match::kExact, nullptr, false},
-    {kBatteryLow, kBatteryLowText, Match::kPrefix, nullptr, false},
-    {kSessionEnding, kSessionEndingText, Match::kExact, nullptr, false},
+    {kAnotherUpdate, guards::kAnotherUpdateRunning, Match::kExact, nullptr, false},
+    {kBatteryLow, guards::kBatteryTooLow, Match::kPrefix, nullptr, false},
+    {kSessionEnding, log_lines::shutdown_guard_cpp::kSessionEnding, Match::kExact, nullptr, false},
+    {kVersionRefused, guards::kVersionReportRefused, Match::kExact, nullptr, false},
+    {kNoUpdateRefused, guards::kRunWithoutUpdateRefused, Match::kExact, nullptr, false},
 };
 static_assert(std::size(kPatterns) == kPatternCount);
 

@@ -2,16 +2,10 @@
 
 #include <cstdint>
 
-#include "base/guard_lines.h"
 #include "report/log_line.h"
 #include "report/run_record.h"
 
 namespace calder::report {
-
-// The flash guards' refusal and session lines: the guards' own texts.
-inline constexpr const char* kAnotherUpdateText = guard_lines::kAnotherUpdateRunning;
-inline constexpr const char* kBatteryLowText = guard_lines::kBatteryTooLow;  // + "N % on battery, ..."
-inline constexpr const char* kSessionEndingText = guard_lines::kSessionEnding;
 
 // Every line of calder.exe's log the report reads, by what it means.
 enum Pattern : int {
@@ -59,6 +53,8 @@ enum Pattern : int {
   kAnotherUpdate,
   kBatteryLow,
   kSessionEnding,
+  kVersionRefused,
+  kNoUpdateRefused,
   kPatternCount,
   kAnyLine = kPatternCount
 };
@@ -99,6 +95,10 @@ constexpr PatternSet kUpdateLines =
 constexpr PatternSet kVersionLines =
     Bit(kVersionCalidata) | Bit(kTpVersion) | Bit(kVersionError) | Bit(kVersionErrorEmpty);
 constexpr PatternSet kNoneLines = Bit(kFinish) | Bit(kInvalidInput);
+// A refused run that was no update says so before its refusal, which
+// decides over the update lines.
+constexpr PatternSet kRefusedVersionLines = Bit(kVersionRefused);
+constexpr PatternSet kRefusedNoneLines = Bit(kNoUpdateRefused);
 constexpr PatternSet kRefusalLines = Bit(kAnotherUpdate) | Bit(kBatteryLow);
 // An update whose failure was logged, even if its log stops before main returned.
 constexpr PatternSet kUpdateVerdictLines = Bit(kComFailed) | Bit(kTpFailed) | Bit(kForceFailed);

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/log_texts.h"
+#include "base/tool_version.h"
 #include "report/fleet_reader.h"
 #include "report/html_page.h"
 #include "report/platform_input.h"

@@ -2,7 +2,7 @@
 
 #include <charconv>
 
-#include "driver/log_texts.h"
+#include "base/log_lines.h"
 
 namespace calder::report {
 
@@ -96,6 +96,8 @@ void RunClassifier::Take(const LogLine& line, PatternSet set) {
 
 Kind RunClassifier::DecideKind() const {
   if (!(seen_ & Bit(kCurrentVersion))) return Kind::kUnreadable;
+  if (seen_ & kRefusedVersionLines) return Kind::kVersion;
+  if (seen_ & kRefusedNoneLines) return Kind::kNone;
   if (seen_ & kUpdateLines) return Kind::kUpdate;
   if (seen_ & kVersionLines) return Kind::kVersion;
   if (seen_ & kNoneLines) return Kind::kNone;
@@ -113,6 +115,7 @@ Outcome RunClassifier::DecideOutcome(Kind kind) const {
       if (!mainReturned_ || (seen_ & Bit(kSessionEnding))) return Outcome::kInterrupted;
       return mainResult_ == 0 ? Outcome::kSuccess : Outcome::kFailure;
     case Kind::kVersion:
+      if (seen_ & kRefusalLines) return Outcome::kRefused;
       if (seen_ & Bit(kTpVersion)) return Outcome::kSuccess;
       if (seen_ & kVersionFailureLines) return Outcome::kFailure;
       return Outcome::kInterrupted;
@@ -135,7 +138,7 @@ Cause RunClassifier::DecideCause(Kind kind, Outcome outcome, std::optional<std::
     }
   }
   if (outcome == Outcome::kInterrupted) {
-    if (seen_ & Bit(kSessionEnding)) *evidence = std::string(kSessionEndingText);
+    if (seen_ & Bit(kSessionEnding)) *evidence = std::string(log_lines::shutdown_guard_cpp::kSessionEnding);
     return Cause::kInterrupted;
   }
   return Cause::kUnknown;
@@ -145,7 +148,7 @@ RunRecord RunClassifier::Finish() const {
   RunRecord record = force_;
   record.kind = DecideKind();
   if (record.kind == Kind::kUnreadable) {
-    record.evidence = std::string("no \"") + kCurrentVersionLine + "\" line";
+    record.evidence = std::string("no \"") + log_lines::calder_cpp::kCurrentVersion + "\" line";
     return record;
   }
   record.outcome = DecideOutcome(record.kind);

@@ -3,7 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "driver/log_texts.h"
+#include "base/tool_version.h"
 
 namespace calder::report {
 

@@ -58,27 +58,13 @@ void Walk(std::string_view text, Plain plain, Odd odd) {
 
 }  // namespace
 
-void AppendJsonString(std::string_view text, std::string* out) {
-  out->push_back('"');
+std::string ToUtf8(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
   Walk(
-      text,
-      [&](size_t i, size_t n) {
-        const unsigned char c = static_cast<unsigned char>(text[i]);
-        if (n > 1) {
-          out->append(text.data() + i, n);
-        } else if (c == '"' || c == '\\') {
-          out->push_back('\\');
-          out->push_back(static_cast<char>(c));
-        } else if (c < 0x20 || c == 0x7F) {
-          char escaped[8];
-          std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-          out->append(escaped);
-        } else {
-          out->push_back(static_cast<char>(c));
-        }
-      },
-      [&](unsigned char c) { AppendLatin1(c, out); });
-  out->push_back('"');
+      text, [&](size_t i, size_t n) { out.append(text.data() + i, n); },
+      [&](unsigned char c) { AppendLatin1(c, &out); });
+  return out;
 }
 
 void AppendHtmlText(std::string_view text, std::string* out) {

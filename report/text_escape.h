@@ -7,7 +7,7 @@ namespace calder::report {
 
 // Paths and log text may hold bytes of the machine's code page that are not
 // UTF-8; those bytes are read as Latin-1 so JSON and HTML stay valid.
-void AppendJsonString(std::string_view text, std::string* out);  // with the quotes
+std::string ToUtf8(std::string_view text);
 void AppendHtmlText(std::string_view text, std::string* out);
 
 }  // namespace calder::report

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "base/log.h"
+#include "base/log_lines.h"
 #include "platform/environment.h"
 #include "platform/progress.h"
 #include "platform/upgrade_library.h"
@@ -12,6 +13,8 @@
 #include "touchpad/tp_arguments.h"
 
 namespace calder {
+
+namespace lines = log_lines::tp_update_cpp;
 
 namespace {
 
@@ -60,12 +63,12 @@ int VerifyUpgrade(UpgradeLibrary& library, const std::string& path) {
   std::fclose(file);
   if (fileSum.status == FileSumStatus::Empty) {
     std::printf("file size == 0,exit\n");
-    LOG(INFO) << "file size == 0,exit";
+    LOG(INFO) << lines::kFileEmpty;
     return 1;
   }
   if (fileSum.status == FileSumStatus::ShortRead) {
     std::printf("file read incomplete,exit\n");
-    LOG(INFO) << "file read incomplete,exit";
+    LOG(INFO) << lines::kFileShort;
     return 1;
   }
   std::printf("Checksum: 0x%08X\n", fileSum.sum);
@@ -79,7 +82,7 @@ int VerifyUpgrade(UpgradeLibrary& library, const std::string& path) {
     LOG(INFO) << "Checksum inside: " << chipChecksum;
   } else {
     std::printf("ERROR: Get checksum failed: %d\n", rc);
-    LOG(INFO) << "ERROR: Get checksum failed: " << rc;
+    LOG(INFO) << lines::kGetChecksumFailed << rc;
     result = 1;
   }
   if (chipChecksum == (fileSum.sum & 0xFFFF)) {
@@ -88,7 +91,7 @@ int VerifyUpgrade(UpgradeLibrary& library, const std::string& path) {
     return result;
   }
   std::printf("Upgrade checksum failed!\n");
-  LOG(INFO) << "Upgrade checksum failed!";
+  LOG(INFO) << lines::kChecksumFailed;
   return 1;
 }
 
@@ -100,7 +103,7 @@ int RunUpgrade(UpgradeLibrary& library, const TPSettings& settings, const char* 
     return 1;
   }
   std::printf("Upgrading from: %s\n\n", settings.file.c_str());
-  LOG(INFO) << "Upgrading from:" << settings.file;
+  LOG(INFO) << lines::kUpgradingFrom << settings.file;
   const int32_t rc = library.UpgradeFromFile(settings.file.c_str());
   std::printf("\n");
   if (rc == kAlreadyLatest) {
@@ -110,11 +113,11 @@ int RunUpgrade(UpgradeLibrary& library, const TPSettings& settings, const char* 
   if (rc != 0) {
     std::printf("ERROR: Upgrade failed with error code: %d\n", rc);
     // Kept as the field sees it: the "%d" stays unexpanded in the log text.
-    LOG(INFO) << "ERROR: Upgrade failed with error code: %d " << rc;
+    LOG(INFO) << lines::kUpgradeFailed << rc;
     return 1;
   }
   std::printf("SUCCESS: Upgrade completed successfully!\n");
-  LOG(INFO) << "SUCCESS: Upgrade completed successfully!";
+  LOG(INFO) << lines::kUpgraded;
   return VerifyUpgrade(library, settings.file);
 }
 
@@ -213,7 +216,7 @@ int TPMain(int argc, char* argv[]) {
   const TPSettings settings = ParseTPArguments(argc, argv);
   PrintBanner(settings);
   std::printf("Initializing...\n");
-  LOG(INFO) << "Initializing...";
+  LOG(INFO) << lines::kInitializing;
 
   UpgradeLibrary& library = Library();
   // Lives on this stack from init until deinit has returned, as the library
@@ -226,10 +229,10 @@ int TPMain(int argc, char* argv[]) {
     const std::string why = library.BindError();
     if (!why.empty()) {
       std::printf("ERROR: %s\n", why.c_str());
-      LOG(INFO) << "ERROR: " << why;  // Kept as the field sees it: "ERROR: " at INFO.
+      LOG(INFO) << lines::kError << why;  // Kept as the field sees it: "ERROR: " at INFO.
     }
     std::printf("ERROR: Init failed with error code: %d\n", rc);
-    LOG(INFO) << "ERROR: Init failed with error code: " << rc;
+    LOG(INFO) << lines::kInitFailed << rc;
     return 1;
   }
   std::printf("Initialized successfully.\n\n");

@@ -7,7 +7,7 @@
 #include <string>
 #include <thread>
 
-#include "platform/win32/progress_globals.h"
+#include "ui/win32/progress_messages.h"
 #include "platform/win32/win32_seams.h"
 #include "ui/lottie_player.h"
 #include "ui/shape_painter.h"
@@ -95,11 +95,9 @@ void MeasureFrames() {
 
 int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
   calder::InstallWin32Environment();
-  g_bProgressWindowActive = true;
   calder::UIMainWindow* window = calder::CreateProgressWindow();
   UpdateWindow(window->GetHWND());
   Report("window: process start to window shown", MsSinceProcessStart(), "ms");
-  g_hProgressWnd = window->GetHWND();
 
   MeasureFrames();
 

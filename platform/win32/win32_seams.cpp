@@ -5,16 +5,10 @@
 
 #include "platform/environment.h"
 #include "platform/win32/folder_security.h"
-#include "platform/win32/guards_win32.h"
-#include "platform/win32/progress_globals.h"
 #include "platform/win32/win32_bridge_library.h"
 #include "platform/win32/win32_hid_host.h"
 #include "platform/win32/upgrade_library_win32.h"
 #include "platform/win32/wmi_com_connector.h"
-
-HWND g_hProgressWnd = nullptr;
-bool g_bProgressWindowActive = false;
-bool g_bGestureHelperNotified = false;
 
 namespace calder {
 
@@ -109,22 +103,14 @@ long Win32ComRuntime::InitializeMultithreaded() {
 
 void Win32ComRuntime::Uninitialize() { CoUninitialize(); }
 
-void WindowProgressPoster::Post(int percent) {
-  if (g_hProgressWnd != nullptr && g_bProgressWindowActive) {
-    PostMessageW(g_hProgressWnd, WM_UPDATE_PROGRESS, static_cast<WPARAM>(percent), 0);
-  }
-}
-
 void InstallWin32Environment() {
   static Win32Clock clock;
-  static WindowProgressPoster progress;
   static Win32FileSystem files;
   static Win32ProcessInfo process;
   static Win32PowerRequests power;
   static Win32ComRuntime com;
   Environment& env = Env();
   env.clock = &clock;
-  env.progress = &progress;
   env.files = &files;
   env.process = &process;
   env.power = &power;
@@ -133,10 +119,6 @@ void InstallWin32Environment() {
   env.bridge = Win32Bridge();
   env.upgrade = Win32Upgrade();
   env.wmi = Win32Wmi();
-  static Win32UpdateLock updateLock;
-  static Win32PowerStatus powerStatus;
-  env.updateLock = &updateLock;
-  env.powerStatus = &powerStatus;
 }
 
 }  // namespace calder

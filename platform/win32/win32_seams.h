@@ -5,7 +5,6 @@
 #include "platform/file_system.h"
 #include "platform/power.h"
 #include "platform/process_info.h"
-#include "platform/progress.h"
 
 namespace calder {
 
@@ -47,14 +46,8 @@ class Win32ComRuntime : public ComRuntime {
   void Uninitialize() override;
 };
 
-// Posts WM_UPDATE_PROGRESS while the progress window exists and is active.
-class WindowProgressPoster : public ProgressPoster {
- public:
-  void Post(int percent) override;
-};
-
-// Fills the process-wide environment with the Win32 seams; called once by
-// WinMain before anything else.
+// Fills the process-wide environment with the Win32 seams but progress, which
+// goes to the entry's window; called once by WinMain before anything else.
 void InstallWin32Environment();
 
 }  // namespace calder

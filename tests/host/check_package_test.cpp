@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <openssl/evp.h>
 
 #include <cstdlib>
@@ -577,33 +578,31 @@ TEST(CheckReport, JsonCarriesNumbersAsNumbersAndMissingSectionsAsNull) {
   test::LogCapture log;
   Package package;
   package.Remove("TP");
-  const std::string json = JsonReport(CheckPackage(package.dir), false);
-  EXPECT_NE(json.find("\"verdict\": \"do-not-ship\""), std::string::npos);
-  EXPECT_NE(json.find("\"touchpad\": null"), std::string::npos);
-  EXPECT_NE(json.find("\"file\": \"1.0.2.3.bin\", \"version\": \"1.0.2.3\", \"format\": \"raw\", "
-                      "\"image_size\": 1024, \"blocks\": 16"),
-            std::string::npos);
-  EXPECT_NE(json.find("\"force_phase_seconds\": null"), std::string::npos);
-  EXPECT_NE(json.find("\"update_seconds\": 3.000}"), std::string::npos);
-  // Quotes, backslashes and control characters are escaped; a blank, DEL
-  // and UTF-8 are not.
+  const auto json = nlohmann::json::parse(JsonReport(CheckPackage(package.dir), false));
+  EXPECT_EQ(json["verdict"], "do-not-ship");
+  EXPECT_TRUE(json["touchpad"].is_null());
+  EXPECT_EQ(json["force"], nlohmann::json::parse(R"({"file": "1.0.2.3.bin", "version": "1.0.2.3", "format": "raw",
+      "image_size": 1024, "blocks": 16, "erase_sectors": 3, "readback_chunks": 26})"));
+  EXPECT_TRUE(json["prediction"]["force_phase_seconds"].is_null());
+  EXPECT_EQ(json["prediction"]["update_seconds"], 3.0);
+  // Control characters and quotes come back as they were; bytes that are no
+  // UTF-8 become U+FFFD.
   PackageReport odd;
-  odd.findings.push_back({Severity::kWarning, "c", "a\"\\\x1f \x7f\xc3\xa9\n", "m"});
-  EXPECT_NE(JsonReport(odd, false).find("\"path\": \"a\\\"\\\\\\u001f \x7f\xc3\xa9\\u000a\""), std::string::npos);
+  odd.findings.push_back({Severity::kWarning, "c", "a\"\\\x1f \x7f\xc3\xa9\n\xff", "m"});
+  EXPECT_EQ(nlohmann::json::parse(JsonReport(odd, false))["findings"][0]["path"], "a\"\\\x1f \x7f\xc3\xa9\n\xef\xbf\xbd");
 }
 
 TEST(CheckFiles, AGoodPackageShipsWithoutFindingsAndListsEveryFileWithItsHash) {
   test::LogCapture log;
   Package package;
   const PackageReport report = CheckPackage(package.dir);
-  const std::string json = JsonReport(report, false);
+  const auto json = nlohmann::json::parse(JsonReport(report, false));
   std::string paths;
-  for (const ShippedFile& file : report.files) {
-    paths += file.path + " ";
-    const bool pe = file.path.find(".exe") != std::string::npos || file.path.find(".dll") != std::string::npos;
-    EXPECT_NE(json.find("{\"path\": \"" + file.path + "\", \"sha256\": \"" + ReferenceSha256(package.Read(file.path)) +
-                        "\", \"signed\": " + (pe ? "true}" : "false}")),
-              std::string::npos);
+  for (const auto& file : json["files"]) {
+    const std::string path = file["path"];
+    paths += path + " ";
+    const bool pe = path.find(".exe") != std::string::npos || path.find(".dll") != std::string::npos;
+    EXPECT_EQ(file, nlohmann::json({{"path", path}, {"sha256", ReferenceSha256(package.Read(path))}, {"signed", pe}}));
   }
   EXPECT_EQ(paths, "Force/1.0.2.3.bin THIRD-PARTY-NOTICES.txt TP/tp_fw.bin btl_hid_transfer.dll btl_upgrade.dll "
                    "calder.cdx.json calder.exe loading_dark.json rlottie.dll ");
@@ -623,7 +622,7 @@ TEST(CheckCommandLine, AnswersOnTheRightStreamWithTheRightExitCode) {
       {{"--version"}, 0, "calder-check 20260422-01\n", ""},
       {{"DIR"}, 0, "verdict:    ship\n", ""},
       {{"--log", "DIR"}, 0, "log of the predicted run:", ""},
-      {{"--json", "DIR"}, 0, "{\"verdict\": \"ship\"", ""},
+      {{"--json", "DIR"}, 0, "\"verdict\": \"ship\"", ""},
       {{"DIR", "--log", "--json"}, 0, "\"log\": [", ""},
       {{"DIR/TP"}, 1, "verdict:    do-not-ship\n", ""},
       {{"--jsn", "DIR"}, 2, "", "usage:"},

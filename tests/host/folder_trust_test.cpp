@@ -2,6 +2,7 @@
 
 #include "driver/folder_trust.h"
 #include "driver/logging.h"
+#include "driver/run_marker.h"
 #include "base/log.h"
 #include "tests/support/fake_system.h"
 #include "tests/support/log_capture.h"

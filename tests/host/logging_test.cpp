@@ -4,6 +4,7 @@
 
 #include "base/log.h"
 #include "driver/logging.h"
+#include "driver/run_marker.h"
 #include "tests/support/fake_system.h"
 #include "tests/support/log_capture.h"
 

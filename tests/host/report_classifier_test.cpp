@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "base/log_lines.h"
 #include "report/fleet_reader.h"
 #include "report/line_reader.h"
 #include "report/log_line.h"
@@ -131,6 +132,7 @@ TEST(ReportClassifier, EachFaultOfTheProductGetsItsCause) {
       {"invalid-input", Kind::kNone, Outcome::kNone, Cause::kNone, nullptr, 0},
       {"another-instance", Kind::kUpdate, Outcome::kRefused, Cause::kAnotherInstance, "another update", 0},
       {"battery-low", Kind::kUpdate, Outcome::kRefused, Cause::kBatteryLow, "12 % on battery", 0},
+      {"version-refused", Kind::kVersion, Outcome::kRefused, Cause::kAnotherInstance, "another update", 0},
   };
   for (const FaultCase& c : cases) {
     SCOPED_TRACE(c.scenario);
@@ -221,10 +223,10 @@ TEST(ReportClassifier, DamageAroundTheLinesChangesNothingThatIsStillThere) {
   // The session ended under the update: the process went with it.
   Lines ended = ScenarioLog("success");
   const std::string& last = ended.back();
-  ended.insert(ended.end() - 1, last.substr(0, last.find(": ") + 2) + kSessionEndingText);
+  ended.insert(ended.end() - 1, last.substr(0, last.find(": ") + 2) + log_lines::shutdown_guard_cpp::kSessionEnding);
   const RunRecord session = ClassifyFile(Joined(ended, "\r\n"));
   EXPECT_EQ(session.outcome, Outcome::kInterrupted);
-  EXPECT_EQ(session.evidence.value_or(""), kSessionEndingText);
+  EXPECT_EQ(session.evidence.value_or(""), log_lines::shutdown_guard_cpp::kSessionEnding);
 
   for (const std::string& notALog : {std::string(), junk, megabyte, std::string("Current version: x\n")}) {
     const RunRecord r = ClassifyFile(notALog);

@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "driver/run_guards.h"
+#include "driver/run_mode.h"
 #include "driver/shutdown_guard.h"
-#include "platform/environment.h"
 #include "platform/update_lock.h"
 #include "tests/support/log_capture.h"
 
@@ -43,11 +43,11 @@ TEST(RunModeTest, OnlyExactlyOneArgumentVersionIsAVersionQuery) {
   char* argv[] = {&program[0], &version[0], &version[0], nullptr};
   char* upper[] = {&program[0], &other[0], nullptr};
   char* missing[] = {&program[0], nullptr, nullptr};
-  EXPECT_TRUE(IsVersionQuery(2, argv));
-  EXPECT_FALSE(IsVersionQuery(3, argv));
-  EXPECT_FALSE(IsVersionQuery(1, argv));
-  EXPECT_FALSE(IsVersionQuery(2, upper));
-  EXPECT_FALSE(IsVersionQuery(2, missing));
+  EXPECT_TRUE(ReadCommandLine(2, argv).versionQuery);
+  EXPECT_FALSE(ReadCommandLine(3, argv).versionQuery);
+  EXPECT_FALSE(ReadCommandLine(1, argv).versionQuery);
+  EXPECT_FALSE(ReadCommandLine(2, upper).versionQuery);
+  EXPECT_FALSE(ReadCommandLine(2, missing).versionQuery);
 }
 
 // Every run takes the lock; only "--update" reads the battery, and only with the lock.
@@ -60,8 +60,9 @@ TEST(RunAdmissionTest, EachLockOutcomeLeadsWhereItShould) {
       {LockOutcome::Taken, "--version", true, "", {"Acquire", "Release"}, {}},
       {LockOutcome::Taken, "--update", false, "", {"Acquire", "ReadPower", "Release"}, {low}},
       {LockOutcome::Held, "--update", false, "", {"Acquire"}, {running}},
-      {LockOutcome::Held, "--UPDATE", false, "", {"Acquire"}, {running}},
-      {LockOutcome::Held, "--version", false, "compound version:0.0.0.0.0.0.0.0\n", {"Acquire"}, {running}},
+      {LockOutcome::Held, "--UPDATE", false, "", {"Acquire"}, {"INFO run_guards.cpp: run without an update refused", running}},
+      {LockOutcome::Held, "--version", false, "compound version:0.0.0.0.0.0.0.0\n", {"Acquire"},
+       {"INFO run_guards.cpp: version report refused", running}},
       {LockOutcome::TakenOver, "--version", true, "", {"Acquire", "Release"},
        {"INFO run_guards.cpp: previous update ended without releasing the lock"}},
       {LockOutcome::NotCreatable, "--update", false, "", {"Acquire", "ReadPower"},
@@ -70,15 +71,11 @@ TEST(RunAdmissionTest, EachLockOutcomeLeadsWhereItShould) {
     GuardPlatform platform;
     platform.lock = {c.lock, 120};
     platform.power = c.power;
-    Environment env;
-    env.updateLock = &platform;
-    env.powerStatus = &platform;
-    ScopedEnvironment scope(env);
     test::LogCapture log;
     std::string program = "calder.exe";
     char* argv[] = {&program[0], &c.arg[0], nullptr};
     testing::internal::CaptureStdout();
-    EXPECT_EQ(RunAdmission(2, argv).Admitted(), c.admitted) << c.arg;
+    EXPECT_EQ(RunAdmission(ReadCommandLine(2, argv), &platform, &platform).Admitted(), c.admitted) << c.arg;
     EXPECT_EQ(testing::internal::GetCapturedStdout(), c.out);
     EXPECT_EQ(platform.calls, c.calls) << c.arg;
     EXPECT_EQ(log.Lines(), c.log) << c.arg;
@@ -102,22 +99,25 @@ TEST(LockFailureTest, OnlyMissingCallsLeaveTheRunUnguarded) {
   }
 }
 
-// Held from the window to the final 100 %, one line per refused request; a
-// session that ends anyway during the update ends the process with 1.
+// Held from the window to the 100 % after the worker finished, one line per
+// refused request; a session that ends anyway during the update ends the
+// process with 1.
 TEST(ShutdownGuardTest, HoldsOffTheSessionEndFromTheWindowToTheFinal100) {
   GuardPlatform platform;
   test::LogCapture log;
-  ShutdownGuard guard(platform);
+  ShutdownGuard guard;
   EXPECT_TRUE(guard.MaySessionEnd());
-  guard.UpdateStarted();
+  guard.UpdateStarted(platform);
   EXPECT_EQ(platform.reason, L"正在升级触控板固件，请勿关机");
   EXPECT_FALSE(guard.MaySessionEnd());
   guard.SessionEnding(false);
+  guard.UpdateFinished();  // the writer's 100 % from its last block
   EXPECT_FALSE(guard.MaySessionEnd());
+  guard.WorkerFinished();
   guard.UpdateFinished();
   EXPECT_TRUE(guard.MaySessionEnd());
   guard.SessionEnding(true);  // after the update the system ends the process
-  guard.UpdateStarted();
+  guard.UpdateStarted(platform);
   guard.SessionEnding(true);
   const std::string refused = "INFO shutdown_guard.cpp: shutdown refused: update in progress";
   EXPECT_EQ(log.Lines(), (Strings{refused, refused, "ERROR shutdown_guard.cpp: session ending during update"}));

@@ -5,10 +5,8 @@
 
 #include <fstream>
 #include <string>
-#include <vector>
 
 #include "base/firmware_discovery.h"
-#include "platform/win32/progress_globals.h"
 #include "platform/win32/win32_seams.h"
 
 namespace calder {
@@ -53,29 +51,6 @@ TEST_F(Win32Test, ComStartsMultithreadedOnAFreshThread) {
   CloseHandle(thread);
   EXPECT_EQ(results[0], S_OK);
   EXPECT_EQ(results[1], RPC_E_CHANGED_MODE);
-}
-
-TEST_F(Win32Test, ProgressIsPostedOnlyWhileTheWindowIsSetAndActive) {
-  HWND window = CreateWindowExW(0, L"STATIC", L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
-                                nullptr, nullptr);
-  ASSERT_NE(window, nullptr);
-  WindowProgressPoster poster;
-  poster.Post(5);  // no window yet
-  g_hProgressWnd = window;
-  poster.Post(10);  // window not active
-  g_bProgressWindowActive = true;
-  poster.Post(20);
-  poster.Post(90);
-  g_hProgressWnd = nullptr;
-  poster.Post(95);
-  g_bProgressWindowActive = false;
-  std::vector<WPARAM> posted;
-  MSG msg;
-  while (PeekMessageW(&msg, window, WM_UPDATE_PROGRESS, WM_UPDATE_PROGRESS, PM_REMOVE)) {
-    posted.push_back(msg.wParam);
-  }
-  DestroyWindow(window);
-  EXPECT_EQ(posted, (std::vector<WPARAM>{20, 90}));
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/win32/progress_globals.h"
+#include "ui/win32/progress_messages.h"
 #include "ui/skin/paint_manager.h"
 #include "ui/skin/progress.h"
 #include "ui/win32/ui_main_window.h"

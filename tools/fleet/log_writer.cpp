@@ -14,9 +14,6 @@ Clock* g_clock = nullptr;
 LocalTime g_start;
 std::vector<std::string> g_lines;
 constexpr char kDispatchId[] = "calder-fleet-writer";
-// The entry's own file name: WinMain shares calder.cpp with the driver.
-constexpr char kEntryFile[] = "calder.cpp";
-constexpr int kEntryLine = 100;
 
 int64_t DaysFromCivil(int64_t y, int m, int d) {
   y -= m <= 2;
@@ -131,10 +128,6 @@ LogWriter::LogWriter(Clock& clock, const LocalTime& start) {
 }
 
 LogWriter::~LogWriter() { g_clock = nullptr; }
-
-void LogWriter::AddEntryLine(const std::string& message, const std::string& level) {
-  g_lines.push_back(FormatLogLine(After(g_start, g_clock->NowMs()), level, kEntryFile, kEntryLine, message));
-}
 
 const std::vector<std::string>& LogWriter::lines() const { return g_lines; }
 

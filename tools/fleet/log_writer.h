@@ -22,8 +22,7 @@ std::string FormatLogLine(const Stamp& stamp, const std::string& level, const st
                           const std::string& message);
 
 // While it lives, every line of the default logger becomes a log file line
-// stamped with start + the clock's time; lines can also be added as the
-// entry (calder.cpp) writes them. Only one may live at a time.
+// stamped with start + the clock's time. Only one may live at a time.
 class LogWriter {
  public:
   LogWriter(Clock& clock, const LocalTime& start);
@@ -31,7 +30,6 @@ class LogWriter {
   LogWriter(const LogWriter&) = delete;
   LogWriter& operator=(const LogWriter&) = delete;
 
-  void AddEntryLine(const std::string& message, const std::string& level = "INFO");
   const std::vector<std::string>& lines() const;
 };
 

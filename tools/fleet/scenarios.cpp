@@ -1,7 +1,5 @@
 #include "tools/fleet/scenarios.h"
 
-#include "report/log_rules.h"
-
 namespace calder::fleet {
 
 namespace {
@@ -59,11 +57,11 @@ const std::vector<Scenario>& Scenarios() {
       {"no-argument", 3, {}, &Nothing},
       {"invalid-input", 2, {"--UPDATE"}, &Nothing},
       {"another-instance", 10, kUpdate,
-       [](SimulatedMachine& m) { m.entryRefusal = {{"ERROR", report::kAnotherUpdateText}}; }},
+       [](SimulatedMachine& m) { m.lockHeld = true; }},
       {"battery-low", 10, kUpdate,
-       [](SimulatedMachine& m) {
-         m.entryRefusal = {{"ERROR", std::string(report::kBatteryLowText) + "12 % on battery, needs 25 % or AC power"}};
-       }},
+       [](SimulatedMachine& m) { m.power = {0, 0, 12}; }},
+      // Never drawn: a version report refused by the lock, for the report's tests.
+      {"version-refused", 0, kVersion, [](SimulatedMachine& m) { m.lockHeld = true; }},
   };
   return scenarios;
 }

@@ -6,7 +6,9 @@
 #include "base/firmware_discovery.h"
 #include "check/console_silencer.h"
 #include "driver/calder.h"
+#include "driver/entry_run.h"
 #include "platform/environment.h"
+#include "platform/session_end.h"
 #include "sim/protocol_violations.h"
 #include "tools/fleet/log_writer.h"
 
@@ -23,6 +25,43 @@ std::string Pattern(size_t size, int step, int offset, int modulus) {
   for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * step + offset) % modulus + 1);
   return bytes;
 }
+
+// The entry's platform of a laptop nobody watches: no gesture helper, a
+// window that shows nothing and never ends the session, the worker run at once.
+class UnwatchedEntry : public EntryPlatform, public ShutdownBlocker {
+ public:
+  void* FindGestureHelper() override { return nullptr; }
+  void TellGestureHelper(void*, bool) override {}
+  void* ShowProgressWindow(SessionEndListener&) override { return this; }
+  ShutdownBlocker& ShutdownBlockerFor(void*) override { return *this; }
+  void PostProgress(void*, int) override {}
+  void PostClose(void*) override {}
+  void RunMessageLoop() override {}
+  bool StartWorker(std::function<void()> work) override { return work(), true; }
+  void FineTimer(bool) override {}
+  void Block(const wchar_t*) override {}
+  void Unblock() override {}
+  void EndProcess(int) override {}
+};
+
+class FixedLock : public UpdateLock {
+ public:
+  explicit FixedLock(bool held) : held_(held) {}
+  LockAttempt Acquire() override { return {held_ ? LockOutcome::Held : LockOutcome::Taken, 0}; }
+  void Release() override {}
+
+ private:
+  bool held_;
+};
+
+class FixedPower : public PowerStatusSource {
+ public:
+  explicit FixedPower(PowerStatus status) : status_(status) {}
+  PowerStatus Read() override { return status_; }
+
+ private:
+  PowerStatus status_;
+};
 
 }  // namespace
 
@@ -78,27 +117,19 @@ std::vector<std::string> SimulatedMachine::Run(const std::vector<std::string>& a
   ScopedEnvironment scope(env);
 
   LogWriter log(clock, start);
-  // What WinMain logs around the driver (the Win32 entry itself does not
-  // run here): its version line, the window-mode helper line, then
-  // main's result from the worker.
-  log.AddEntryLine(std::string(kCurrentVersionLine) + kToolVersion);
-  const bool versionQuery = args.size() == 1 && args[0] == "--version";
-  if (!entryRefusal.empty()) {
-    for (const auto& [level, message] : entryRefusal) log.AddEntryLine(message, level);
-    result_ = 1;
-    return log.lines();
-  }
-  if (!versionQuery) log.AddEntryLine(kHelperMissingLine);
   std::vector<std::string> argv = {"calder.exe"};
   argv.insert(argv.end(), args.begin(), args.end());
   std::vector<char*> pointers;
   for (std::string& arg : argv) pointers.push_back(&arg[0]);
   pointers.push_back(nullptr);
+  UnwatchedEntry entry;
+  FixedLock lock(lockHeld);
+  FixedPower battery(power);
+  const EntrySeams seams{entry, &lock, &battery, &calder::main};
   {
     check::ConsoleSilencer quiet;
-    result_ = calder::main(static_cast<int>(argv.size()), pointers.data());
+    result_ = RunEntry(seams, ReadCommandLine(static_cast<int>(argv.size()), pointers.data()));
   }
-  if (!versionQuery) log.AddEntryLine(kMainReturnedLine + std::to_string(result_));
   // Faults are on purpose here: what the models refused is other tests' concern.
   sim::TakeViolations();
   return log.lines();

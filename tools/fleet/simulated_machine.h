@@ -9,7 +9,9 @@
 #include "platform/clock.h"
 #include "platform/com_runtime.h"
 #include "platform/file_system.h"
+#include "platform/power_status.h"
 #include "platform/process_info.h"
+#include "platform/update_lock.h"
 #include "sim/force_sensor.h"
 #include "sim/touch_device.h"
 #include "sim/touchpad_controller.h"
@@ -36,12 +38,13 @@ class SimulatedMachine : public FileSystem, public ProcessInfo, public ComRuntim
   std::string forceFileName = "1.0.2.3.bin";
   std::optional<std::string> forceImage;     // none: an empty Force folder
   LocalTime start{2026, 4, 22, 9, 30, 15};
-  // Lines the entry logs before it starts the driver, e.g. a refusal: then
-  // the driver does not run.
-  std::vector<std::pair<std::string, std::string>> entryRefusal;  // level, message
+  // What the entry's guards find: another calder.exe holding the lock, the battery.
+  bool lockHeld = false;
+  PowerStatus power{1, 0, 100};
 
-  // calder.exe with these arguments (after the program name) in window mode:
-  // the entry's lines, the driver, "main returned: ". The log file's lines.
+  // calder.exe with these arguments (after the program name) as its entry
+  // runs it, without a gesture helper and with a window that shows nothing.
+  // The log file's lines.
   std::vector<std::string> Run(const std::vector<std::string>& args);
   int result() const { return result_; }
 

@@ -64,11 +64,16 @@ std::wstring Utf8ToWide(const char* text, size_t length) {
 
 std::wstring Utf8ToWide(const std::string& text) { return Utf8ToWide(text.data(), text.size()); }
 
-std::string WideToUtf8(const std::wstring& text) {
+namespace {
+
+// UTF-16 (or, on the host, UTF-32 wide) code units to UTF-8; an unpaired
+// surrogate becomes U+FFFD, as Windows converts it.
+template <typename Unit>
+std::string EncodeUtf8(const std::basic_string<Unit>& text) {
   std::string out;
   for (size_t i = 0; i < text.size(); ++i) {
     char32_t cp = static_cast<char32_t>(text[i]);
-    if constexpr (sizeof(wchar_t) == 2) {
+    if constexpr (sizeof(Unit) == 2) {
       if (cp >= 0xD800 && cp <= 0xDBFF && i + 1 < text.size()) {
         const char32_t low = static_cast<char32_t>(text[i + 1]);
         if (low >= 0xDC00 && low <= 0xDFFF) {
@@ -96,6 +101,11 @@ std::string WideToUtf8(const std::wstring& text) {
   }
   return out;
 }
+
+}  // namespace
+
+std::string WideToUtf8(const std::wstring& text) { return EncodeUtf8(text); }
+std::string Utf16ToUtf8(const std::u16string& text) { return EncodeUtf8(text); }
 
 static wchar_t FoldAscii(wchar_t c) { return (c >= L'A' && c <= L'Z') ? c - L'A' + L'a' : c; }
 

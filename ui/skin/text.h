@@ -11,6 +11,7 @@ namespace calder {
 std::wstring Utf8ToWide(const char* text, size_t length);
 std::wstring Utf8ToWide(const std::string& text);
 std::string WideToUtf8(const std::wstring& text);
+std::string Utf16ToUtf8(const std::u16string& text);
 
 // ASCII-only case folding: attribute and class names are ASCII.
 bool EqualsNoCase(const wchar_t* a, const wchar_t* b);

@@ -2,7 +2,7 @@
 
 #include <shellscalingapi.h>
 
-#include "platform/win32/progress_globals.h"
+#include "ui/win32/progress_messages.h"
 #include "ui/progress_controls.h"
 #include "ui/skin/paint_manager.h"
 #include "ui/skin/progress.h"
