@@ -46,18 +46,24 @@ Montgomery::Montgomery(const std::vector<uint8_t>& modulus) : m_(FromBytes(modul
   uint32_t inverse = 1;
   for (int i = 0; i < 5; ++i) inverse *= 2 - m_[0] * inverse;
   inverse_ = 0 - inverse;
-  // R^2 mod m by doubling 1 2 * 32 * limbs times.
+  // R mod m from m's top bit doubled up to R; times 2^limbs by doubling; then
+  // five Montgomery squarings, each doubling the exponent: R * 2^(32 * limbs) = R^2.
   rr_.assign(m_.size(), 0);
-  rr_[0] = 1;
-  for (size_t bit = 0; bit < 64 * m_.size(); ++bit) {
-    uint32_t carry = 0;
-    for (uint32_t& limb : rr_) {
-      const uint32_t top = limb >> 31;
-      limb = limb << 1 | carry;
-      carry = top;
-    }
-    if (carry != 0 || !Less(rr_, m_)) SubtractInPlace(rr_.data(), m_);
+  size_t top = 32 * m_.size() - 1;
+  while (((m_.back() >> (top % 32)) & 1) == 0) --top;
+  rr_.back() = uint32_t{1} << (top % 32);
+  for (size_t bit = top; bit < 32 * m_.size() + m_.size(); ++bit) Double(&rr_);
+  for (int i = 0; i < 5; ++i) rr_ = Mul(rr_, rr_);
+}
+
+void Montgomery::Double(Limbs* a) const {
+  uint32_t carry = 0;
+  for (uint32_t& limb : *a) {
+    const uint32_t top = limb >> 31;
+    limb = limb << 1 | carry;
+    carry = top;
   }
+  if (carry != 0 || !Less(*a, m_)) SubtractInPlace(a->data(), m_);
 }
 
 bool Montgomery::Read(const uint8_t* bytes, size_t size, Limbs* out) const {

@@ -36,6 +36,8 @@ class Montgomery {
   Limbs Pow(const Limbs& base, const std::vector<uint8_t>& exponent) const;
 
  private:
+  void Double(Limbs* a) const;
+
   Limbs m_;
   Limbs rr_;  // R^2 mod m, R = 2^(32 * limbs)
   uint32_t inverse_ = 0;  // -m^-1 mod 2^32

@@ -128,7 +128,7 @@ Bytes BuildPe(const PeLayout& layout) {
 // Throwaway keys and certificates, made once and removed when the tests end:
 // RSA 2048 and P-256 self-signed, and an RSA 4096 root over a P-256
 // intermediate CA over an RSA 3072 leaf.
-const struct Keys {
+struct Keys {
   fs::path dir = fs::temp_directory_path() / ("calder-sign-" + std::to_string(std::random_device{}()));
   bool made = fs::create_directories(dir) && std::system(("cd '" + dir.string() + "' && (set -e; "
       "req() { openssl req -nodes -days 2 -newkey \"$@\"; }; ec='ec -pkeyopt ec_paramgen_curve:P-256'; "
@@ -148,7 +148,12 @@ const struct Keys {
       "openssl x509 -req -days 2 -in mid.csr -CA leaf.pem -CAkey leaf.key -out underleaf.pem; "
       "cat underleaf.pem leaf.pem mid.pem >underchain.pem) >/dev/null 2>&1").c_str()) == 0;
   ~Keys() { fs::remove_all(dir); }
-} kKeys;
+};
+
+const Keys& SigningKeys() {
+  static const Keys keys;
+  return keys;
+}
 
 // Signed by osslsigncode with a throwaway key and the certificates it
 // carries; empty when that fails. Each image is signed once per run: signing
@@ -158,12 +163,12 @@ Bytes SignPe(const Bytes& image, const char* hash = "sha256", const std::string&
   static std::map<std::vector<std::string>, Bytes> cache;
   Bytes& signedImage = cache[{std::string(image.begin(), image.end()), hash, key, certs}];
   if (!signedImage.empty()) return signedImage;
-  std::ofstream(kKeys.dir / "in.exe", std::ios::binary)
+  std::ofstream(SigningKeys().dir / "in.exe", std::ios::binary)
       .write(reinterpret_cast<const char*>(image.data()), static_cast<std::streamsize>(image.size()));
-  const std::string sign = "cd '" + kKeys.dir.string() + "' && rm -f out.exe && osslsigncode sign -h " + hash +
+  const std::string sign = "cd '" + SigningKeys().dir.string() + "' && rm -f out.exe && osslsigncode sign -h " + hash +
                            " -certs " + certs + " -key " + key + " -in in.exe -out out.exe >/dev/null 2>&1";
-  if (!kKeys.made || std::system(sign.c_str()) != 0) return {};
-  std::ifstream in(kKeys.dir / "out.exe", std::ios::binary);
+  if (!SigningKeys().made || std::system(sign.c_str()) != 0) return {};
+  std::ifstream in(SigningKeys().dir / "out.exe", std::ios::binary);
   return signedImage = Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
@@ -350,7 +355,7 @@ Bytes DigestRewritten(const Bytes& signedImage, bool attributes) {
 
 std::vector<Certificate> Trusted(const std::vector<std::string>& files) {
   std::vector<Certificate> certificates;
-  for (const std::string& file : files) EXPECT_TRUE(ReadTrustFile(kKeys.dir / file, &certificates)) << file;
+  for (const std::string& file : files) EXPECT_TRUE(ReadTrustFile(SigningKeys().dir / file, &certificates)) << file;
   return certificates;
 }
 
@@ -776,7 +781,7 @@ TEST(CheckCommandLine, AnswersOnTheRightStreamWithTheRightExitCode) {
     std::vector<std::string> args;
     for (const std::string& arg : given) {
       args.push_back(arg.rfind("DIR", 0) == 0    ? package.dir.string() + arg.substr(3)
-                     : arg.rfind("KEYS", 0) == 0 ? kKeys.dir.string() + arg.substr(4)
+                     : arg.rfind("KEYS", 0) == 0 ? SigningKeys().dir.string() + arg.substr(4)
                                                  : arg);
     }
     const CommandOutcome outcome = RunCommand(args);
