@@ -1,5 +1,8 @@
 #include "check/certificate.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "check/p256.h"
 #include "check/rsa.h"
 
@@ -106,11 +109,14 @@ bool ReadCertificate(DerReader der, Certificate* certificate) {
 
 bool VerifySha256Signature(const PublicKey& key, const Bytes& algorithm, const std::array<uint8_t, 32>& digest,
                            const Bytes& signature, std::string* problem) {
-  bool known = false;
-  for (const SignatureAlgorithm& entry : kSignatureAlgorithms) known = known || (entry.oid == algorithm && entry.key == key.kind);
+  const bool known = std::any_of(std::begin(kSignatureAlgorithms), std::end(kSignatureAlgorithms),
+                                 [&](const SignatureAlgorithm& entry) {
+                                   return entry.oid == algorithm && entry.key == key.kind;
+                                 });
   if (!known) {
-    *problem = key.kind == KeyKind::kUnsupported ? "its key is neither RSA nor ECDSA P-256"
-                                                 : "its signature algorithm is not RSA or ECDSA with SHA-256 for its key";
+    *problem = key.kind == KeyKind::kUnsupported
+                   ? "its key is neither RSA nor ECDSA P-256"
+                   : "its signature algorithm is not RSA or ECDSA with SHA-256 for its key";
     return false;
   }
   if (key.kind == KeyKind::kRsa) return VerifyRsaSha256(key.modulus, key.exponent, digest, signature, problem);

@@ -729,8 +729,9 @@ TEST(CheckRelease, NeedsOurProgramsSignedTheVendorsVouchedForTheManifestsAndTheN
       {"signer trusted", [](const Package&) {}, {"cert.pem"}, ""},
       {"vendor's libraries unsigned and listed", unsignedVendor, {}, ""},
       {"signed by another", [](const Package&) {}, {"ec.pem"}, "signer-untrusted "},
-      {"vendor's libraries by another, listed", [&](const Package& p) {
-         p.Write("btl_upgrade.dll", SignPe(Pe(kDll, 2, Names(kUpgradeLibraryEntryPoints)), "sha256", "ec.key", "ec.pem"));
+      {"a vendor's library by another, listed", [&](const Package& p) {
+         const Bytes library = Pe(kDll, 2, Names(kUpgradeLibraryEntryPoints));
+         p.Write("btl_upgrade.dll", SignPe(library, "sha256", "ec.key", "ec.pem"));
        }, {"cert.pem"}, ""},
       {"signatures stripped, manifests deleted", [&](const Package& p) {
          unsignedVendor(p), p.Write("calder.exe", Program()), p.Write("rlottie.dll", Pe(kDll, 2, kLottieEntries));
