@@ -127,13 +127,14 @@ class ReleaseTest(unittest.TestCase):
         run(SOURCE / "scripts" / "throwaway-certificate", self.work / "other")
         shutil.copytree(self.out, self.work / "re-signed")
         for name in SIGNED:
-            path = self.work / "re-signed" / name
-            run("osslsigncode", "remove-signature", "-in", path, "-out", self.work / "bare")
-            signed = run("osslsigncode", "sign", "-h", "sha256", "-key", self.work / "other" / "key.pem",
-                         "-certs", self.work / "other" / "cert.pem", "-in", self.work / "bare",
-                         "-out", path.with_suffix(".new"))
-            self.assertEqual(signed.returncode, 0, signed.stderr)
-            path.with_suffix(".new").replace(path)
+            path, bare = self.work / "re-signed" / name, self.work / ("bare-" + name)
+            # osslsigncode does not overwrite its output.
+            for args, output in [(("remove-signature", "-in", path), bare),
+                                 (("sign", "-h", "sha256", "-key", self.work / "other" / "key.pem",
+                                   "-certs", self.work / "other" / "cert.pem", "-in", bare), path)]:
+                result = run("osslsigncode", *args, "-out", output.with_suffix(".new"))
+                self.assertEqual(result.returncode, 0, result.stderr)
+                output.with_suffix(".new").replace(output)
         check = self.out.with_name("OUT-check") / "calder-check.exe"
         for package, rc, verdict in [("OUT", 0, "ship"), ("re-signed", 1, "do-not-ship")]:
             # Paths relative to the folder Wine starts in.
