@@ -62,7 +62,9 @@ bool ReadKey(DerReader info, PublicKey* key) {
 // basicConstraints' cA, false when the extension is absent.
 bool ReadIsCa(DerReader tbs) {
   DerReader wrapper, extensions, extension, oid, value, constraints;
-  while (tbs.size() > 0 && !tbs.NextIs(kDerExplicit3)) tbs.Skip();
+  while (tbs.size() > 0 && !tbs.NextIs(kDerExplicit3)) {
+    if (!tbs.Skip()) return false;
+  }
   if (!tbs.Enter(kDerExplicit3, &wrapper) || !wrapper.Enter(kDerSequence, &extensions)) return false;
   while (extensions.Enter(kDerSequence, &extension)) {
     if (!extension.Enter(kDerOid, &oid) || oid.Bytes() != kOidBasicConstraints) continue;
