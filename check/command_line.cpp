@@ -6,13 +6,14 @@
 #include "check/package_checker.h"
 #include "check/report_writer.h"
 #include "base/tool_version.h"
+#include "check/trust_file.h"
 
 namespace calder::check {
 
 namespace {
 
 const char kUsage[] =
-    "usage: calder-check [--json] [--log] PACKAGE_DIR\n"
+    "usage: calder-check [--json] [--log] [--release] [--trust CERT]... PACKAGE_DIR\n"
     "       calder-check --help | --version\n";
 
 const char kHelp[] =
@@ -20,6 +21,11 @@ const char kHelp[] =
     "calder.exe --update will do with it.\n"
     "  --json     print one JSON object instead of the report\n"
     "  --log      add the log lines of the predicted run\n"
+    "  --release  a release's rules are errors: programs signed, manifests\n"
+    "             and notices present\n"
+    "  --trust CERT\n"
+    "             every signer must chain to this certificate (PEM or DER;\n"
+    "             repeat for several)\n"
     "  --help     print this help\n"
     "  --version  print the tool version\n"
     "Exit code 0: ready to ship; 1: do not ship; 2: could not check.\n";
@@ -33,13 +39,22 @@ CommandOutcome RunCommand(const std::vector<std::string>& args) {
   bool log = false;
   std::string folder;
   bool haveFolder = false;
-  for (const std::string& arg : args) {
+  CheckOptions options;
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string& arg = args[i];
     if (arg == "--help") return {kExitShip, std::string(kUsage) + kHelp, ""};
     if (arg == "--version") return {kExitShip, std::string("calder-check ") + kToolVersion + "\n", ""};
     if (arg == "--json") {
       json = true;
     } else if (arg == "--log") {
       log = true;
+    } else if (arg == "--release") {
+      options.release = true;
+    } else if (arg == "--trust") {
+      if (++i == args.size()) return Usage();
+      if (!ReadTrustFile(args[i], &options.trusted)) {
+        return {kExitCouldNotCheck, "", "calder-check: cannot read a certificate from " + args[i] + "\n"};
+      }
     } else if (arg.empty() || arg[0] == '-' || haveFolder) {
       return Usage();
     } else {
@@ -52,7 +67,7 @@ CommandOutcome RunCommand(const std::vector<std::string>& args) {
   if (!std::filesystem::is_directory(folder, error)) {
     return {kExitCouldNotCheck, "", "calder-check: no such folder: " + folder + "\n"};
   }
-  const PackageReport report = CheckPackage(folder);
+  const PackageReport report = CheckPackage(folder, options);
   return {report.Ship() ? kExitShip : kExitDoNotShip, json ? JsonReport(report, log) : TextReport(report, log), ""};
 }
 

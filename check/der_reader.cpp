@@ -32,13 +32,14 @@ bool DerReader::Next(uint8_t* tag, const uint8_t** content, size_t* length) {
   return true;
 }
 
-bool DerReader::Enter(uint8_t tag, DerReader* inside) {
+bool DerReader::Enter(uint8_t tag, DerReader* inside, DerReader* whole) {
   DerReader rest = *this;
   uint8_t found = 0;
   const uint8_t* content = nullptr;
   size_t length = 0;
   if (!rest.Next(&found, &content, &length) || found != tag) return false;
   *inside = DerReader(content, length);
+  if (whole != nullptr) *whole = DerReader(data_, static_cast<size_t>(rest.data_ - data_));
   *this = rest;
   return true;
 }

@@ -6,12 +6,16 @@
 
 namespace calder::check {
 
+constexpr uint8_t kDerBoolean = 0x01;
 constexpr uint8_t kDerInteger = 0x02;
+constexpr uint8_t kDerBitString = 0x03;
 constexpr uint8_t kDerOctetString = 0x04;
 constexpr uint8_t kDerOid = 0x06;
 constexpr uint8_t kDerSequence = 0x30;
 constexpr uint8_t kDerSet = 0x31;
 constexpr uint8_t kDerExplicit0 = 0xA0;  // [0], constructed
+constexpr uint8_t kDerExplicit1 = 0xA1;
+constexpr uint8_t kDerExplicit3 = 0xA3;
 
 // Walks the elements of one DER level in order. Every length is checked
 // against what is left, so a forged one ends the walk instead of the buffer.
@@ -20,11 +24,14 @@ class DerReader {
   DerReader() = default;
   DerReader(const uint8_t* data, size_t size) : data_(data), size_(size) {}
 
-  // The next element when its tag is `tag`: its content becomes *inside.
-  bool Enter(uint8_t tag, DerReader* inside);
+  // The next element when its tag is `tag`: its content becomes *inside,
+  // and the whole element, tag and length included, *whole.
+  bool Enter(uint8_t tag, DerReader* inside, DerReader* whole = nullptr);
+  bool NextIs(uint8_t tag) const { return size_ > 0 && data_[0] == tag; }
   // The next element when its tag is `tag` and its content is `content`.
   bool Expect(uint8_t tag, const std::vector<uint8_t>& content);
   bool Skip();
+  std::vector<uint8_t> Bytes() const { return std::vector<uint8_t>(data_, data_ + size_); }
   const uint8_t* data() const { return data_; }
   size_t size() const { return size_; }
 

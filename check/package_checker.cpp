@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <system_error>
 #include <utility>
 
@@ -95,8 +96,8 @@ fs::path FindInPackage(const fs::path& dir, const std::string& name) {
 
 class Checker {
  public:
-  explicit Checker(fs::path dir)
-      : dir_(std::move(dir)), machine_(dir_, kModuleDir), env_(MachineEnvironment()),
+  Checker(fs::path dir, const CheckOptions& options)
+      : dir_(std::move(dir)), options_(options), machine_(dir_, kModuleDir), env_(MachineEnvironment()),
         scope_(env_) {}
 
   PackageReport Run() {
@@ -120,7 +121,7 @@ class Checker {
     const fs::path notices = FindInPackage(dir_, kNoticesFile);
     std::error_code error;
     if (!fs::is_regular_file(notices, error) || fs::file_size(notices, error) == 0) {
-      Warn("notices-missing", kNoticesFile, std::string(kNoticesFile) + " is missing or empty");
+      Add(ReleaseRule(), "notices-missing", kNoticesFile, std::string(kNoticesFile) + " is missing or empty");
     }
     report_.prediction = PredictUpdate(dir_);
     return std::move(report_);
@@ -134,12 +135,17 @@ class Checker {
     return env;
   }
 
+  void Add(Severity severity, const std::string& code, const std::string& path, const std::string& message) {
+    report_.findings.push_back({severity, code, path, message});
+  }
   void Error(const std::string& code, const std::string& path, const std::string& message) {
-    report_.findings.push_back({Severity::kError, code, path, message});
+    Add(Severity::kError, code, path, message);
   }
   void Warn(const std::string& code, const std::string& path, const std::string& message) {
-    report_.findings.push_back({Severity::kWarning, code, path, message});
+    Add(Severity::kWarning, code, path, message);
   }
+  // What only a release must have.
+  Severity ReleaseRule() const { return options_.release ? Severity::kError : Severity::kWarning; }
 
   void CheckProgram() {
     const fs::path file = FindInPackage(dir_, kProgramFile);
@@ -176,6 +182,7 @@ class Checker {
     std::string sbom;
     bool haveSums = false;
     bool haveSbom = false;
+    std::vector<std::pair<std::string, Signature>> signatures;
     for (const std::string& path : FilesBelow(dir_)) {
       const std::vector<uint8_t> bytes = ReadAll(dir_ / fs::u8path(path));
       if (path == kSumsFile) {
@@ -189,19 +196,37 @@ class Checker {
       }
       ShippedFile file{path, Sha256Hex(bytes.data(), bytes.size()), false};
       if (IsPeName(path)) {
-        const Signature signature = CheckSignature(bytes.data(), bytes.size());
-        file.isSigned = signature.state == SignatureState::kValid;
-        if (signature.state == SignatureState::kUnsigned) {
-          Warn("unsigned", path, path + " carries no Authenticode signature");
-        } else if (signature.state == SignatureState::kInvalid) {
-          Error("signature-invalid", path, path + "'s signature does not hold: " + signature.problem);
-        }
+        signatures.emplace_back(path, CheckSignature(bytes.data(), bytes.size(), options_.trusted));
+        file.isSigned = signatures.back().second.state == SignatureState::kValid;
       }
       report_.files.push_back(file);
     }
-    const std::vector<Finding> manifest =
-        CheckManifests({haveSums ? &sums : nullptr, haveSbom ? &sbom : nullptr}, report_.files);
+    std::set<std::string> listedInBoth;
+    std::vector<Finding> manifest =
+        CheckManifests({haveSums ? &sums : nullptr, haveSbom ? &sbom : nullptr}, report_.files, &listedInBoth);
+    for (const auto& [path, signature] : signatures) JudgeSignature(path, signature, listedInBoth.count(path) != 0);
+    for (Finding& finding : manifest) {
+      if (finding.code == "manifest-missing") finding.severity = ReleaseRule();
+    }
     report_.findings.insert(report_.findings.end(), manifest.begin(), manifest.end());
+  }
+
+  // The vendor's libraries are signed, if at all, by the vendor: both
+  // manifests listing them with their SHA-256 vouch for them instead.
+  void JudgeSignature(const std::string& path, const Signature& signature, bool listedInBoth) {
+    const bool vouched = listedInBoth && std::any_of(std::begin(kVendorLibraries), std::end(kVendorLibraries),
+                                                     [&](const VendorLibrary& library) {
+                                                       return SameNameIgnoringCase(path, Narrow(library.file));
+                                                     });
+    if (signature.state == SignatureState::kUnsigned) {
+      Add(vouched ? Severity::kWarning : ReleaseRule(), "unsigned", path,
+          path + " carries no Authenticode signature");
+    } else if (signature.state == SignatureState::kInvalid) {
+      Error("signature-invalid", path, path + "'s signature does not hold: " + signature.problem);
+    } else if (signature.state == SignatureState::kUntrusted) {
+      Add(vouched ? Severity::kWarning : Severity::kError, "signer-untrusted", path,
+          path + "'s signer is not trusted: " + signature.problem);
+    }
   }
 
   // The file the program takes from a firmware folder, with the findings
@@ -281,6 +306,7 @@ class Checker {
   }
 
   fs::path dir_;
+  const CheckOptions& options_;
   PeImage program_;
   PackageMachine machine_;
   Environment env_;
@@ -297,6 +323,8 @@ bool PackageReport::Ship() const {
   return true;
 }
 
-PackageReport CheckPackage(const fs::path& packageDir) { return Checker(packageDir).Run(); }
+PackageReport CheckPackage(const fs::path& packageDir, const CheckOptions& options) {
+  return Checker(packageDir, options).Run();
+}
 
 }  // namespace calder::check

@@ -113,8 +113,10 @@ Listing ReadSbom(const std::string& text, std::vector<Finding>* findings) {
   return listing;
 }
 
-void Compare(const char* manifest, const Listing& listing, const std::vector<ShippedFile>& files,
-             std::set<std::string>* listed, std::vector<Finding>* findings) {
+// The files the listing gives with their own SHA-256.
+std::set<std::string> Compare(const char* manifest, const Listing& listing, const std::vector<ShippedFile>& files,
+                              std::set<std::string>* listed, std::vector<Finding>* findings) {
+  std::set<std::string> matching;
   for (const auto& [path, sha256] : listing) {
     const ShippedFile* file = nullptr;
     for (const ShippedFile& f : files) {
@@ -125,27 +127,34 @@ void Compare(const char* manifest, const Listing& listing, const std::vector<Shi
     } else if (file->sha256 != sha256) {
       findings->push_back(Mismatch(path, std::string(manifest) + " gives " + path +
                                              " another SHA-256 than the file has"));
+    } else {
+      matching.insert(path);
     }
     listed->insert(path);
   }
+  return matching;
 }
 
 }  // namespace
 
-std::vector<Finding> CheckManifests(const Manifests& manifests, const std::vector<ShippedFile>& files) {
+std::vector<Finding> CheckManifests(const Manifests& manifests, const std::vector<ShippedFile>& files,
+                                    std::set<std::string>* listedInBoth) {
   std::vector<Finding> findings;
-  std::set<std::string> listed;
+  std::set<std::string> listed, inSums, inSbom;
   if (manifests.sums == nullptr) {
     findings.push_back({Severity::kWarning, "manifest-missing", kSumsFile, std::string(kSumsFile) + " is missing"});
   } else {
-    Compare(kSumsFile, ReadSums(*manifests.sums, &findings), files, &listed, &findings);
+    inSums = Compare(kSumsFile, ReadSums(*manifests.sums, &findings), files, &listed, &findings);
   }
   if (manifests.sbom == nullptr) {
     findings.push_back({Severity::kWarning, "manifest-missing", kSbomFile, std::string(kSbomFile) + " is missing"});
   } else {
-    Compare(kSbomFile, ReadSbom(*manifests.sbom, &findings), files, &listed, &findings);
+    inSbom = Compare(kSbomFile, ReadSbom(*manifests.sbom, &findings), files, &listed, &findings);
     // The SBOM cannot list itself; only SHA256SUMS can.
     if (manifests.sums == nullptr) listed.insert(kSbomFile);
+  }
+  for (const std::string& path : inSums) {
+    if (listedInBoth != nullptr && inSbom.count(path) != 0) listedInBoth->insert(path);
   }
   if (manifests.sums == nullptr && manifests.sbom == nullptr) return findings;
   for (const ShippedFile& file : files) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -19,7 +20,9 @@ struct Manifests {
 
 // Compares SHA256SUMS and the CycloneDX SBOM with the shipped files: every
 // listed file must be there with the listed SHA-256, and every shipped file
-// must be listed by at least one of them.
-std::vector<Finding> CheckManifests(const Manifests& manifests, const std::vector<ShippedFile>& files);
+// must be listed by at least one of them. *listedInBoth, when given, gets
+// the files both list with the SHA-256 they have.
+std::vector<Finding> CheckManifests(const Manifests& manifests, const std::vector<ShippedFile>& files,
+                                    std::set<std::string>* listedInBoth = nullptr);
 
 }  // namespace calder::check

@@ -1,13 +1,15 @@
 // The package readers on arbitrary bytes: no read outside the buffer (ASan
 // sees the input in an exact-size copy), the same answer twice, and names
 // that are whole strings inside the file. The same bytes also go through the
-// signature reader and, as text, through both manifest readers.
+// signature reader (trusting the first certificate found in them, so that
+// chains are searched too) and, as text, through both manifest readers.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
 #include "check/authenticode.h"
+#include "check/certificate.h"
 #include "check/package_manifest.h"
 #include "check/pe_reader.h"
 #include "tests/fuzz/fuzz_input.h"
@@ -40,7 +42,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (calder::check::IsWindows64Dll(first) || calder::check::IsWindows64GuiProgram(first)) {
     Check(first.valid && first.machine == calder::check::kMachineAmd64, "accepted a foreign image");
   }
-  calder::check::CheckSignature(bytes.data(), bytes.size());
+  std::vector<calder::check::Certificate> trusted(1);
+  for (size_t at = 0; at + 1 < bytes.size(); ++at) {
+    // A certificate's length always takes two bytes.
+    if (bytes[at] != 0x30 || bytes[at + 1] != 0x82) continue;
+    calder::check::DerReader rest(bytes.data() + at, bytes.size() - at), inside, whole;
+    if (rest.Enter(calder::check::kDerSequence, &inside, &whole) &&
+        calder::check::ReadCertificate(whole, &trusted[0])) {
+      break;
+    }
+  }
+  calder::check::CheckSignature(bytes.data(), bytes.size(), trusted);
   const std::string text(bytes.begin(), bytes.end());
   calder::check::CheckManifests({&text, &text}, {{"calder.exe", std::string(64, 'a'), false}});
   return 0;

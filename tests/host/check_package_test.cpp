@@ -27,6 +27,7 @@
 #include "check/pe_reader.h"
 #include "check/report_writer.h"
 #include "check/sha256.h"
+#include "check/trust_file.h"
 #include "platform/bridge_library.h"
 #include "platform/upgrade_library.h"
 #include "tests/support/force_rig.h"
@@ -125,26 +126,50 @@ Bytes BuildPe(const PeLayout& layout) {
   return b;
 }
 
-// Signed by osslsigncode with a throwaway key; empty when that fails. Each
-// image is signed once per run: signing takes a process start.
-Bytes SignPe(const Bytes& image, const char* hash = "sha256") {
-  static std::map<std::pair<Bytes, std::string>, Bytes> cache;
-  Bytes& signedImage = cache[{image, hash}];
+// Throwaway keys and certificates, made once and removed when the tests end:
+// RSA 2048 and P-256 self-signed, and an RSA 4096 root over a P-256
+// intermediate CA over an RSA 3072 leaf.
+struct Keys {
+  fs::path dir = fs::temp_directory_path() / ("calder-sign-" + std::to_string(std::random_device{}()));
+  bool made = fs::create_directories(dir) && std::system(("cd '" + dir.string() + "' && (set -e; "
+      "req() { openssl req -nodes -days 2 -newkey \"$@\"; }; ec='ec -pkeyopt ec_paramgen_curve:P-256'; "
+      "req rsa:2048 -x509 -subj /CN=calder-test -keyout key.pem -out cert.pem; "
+      "req $ec -x509 -subj /CN=calder-ec -keyout ec.key -out ec.pem; "
+      "req rsa:4096 -x509 -subj /CN=calder-root -keyout root.key -out root.pem; "
+      "req $ec -subj /CN=calder-intermediate -keyout mid.key -out mid.csr; "
+      "req rsa:3072 -subj /CN=calder-leaf -keyout leaf.key -out leaf.csr; echo basicConstraints=CA:TRUE >ca.ext; "
+      "openssl x509 -req -days 2 -in mid.csr -CA root.pem -CAkey root.key -extfile ca.ext -out mid.pem; "
+      "openssl x509 -req -days 2 -in leaf.csr -CA mid.pem -CAkey mid.key -out leaf.pem; "
+      "cat leaf.pem mid.pem >chain.pem; "
+      // The intermediate's name and key under a root of the same name but
+      // another key; and a certificate issued by the leaf, which may not issue.
+      "req $ec -x509 -subj /CN=calder-root -keyout fake.key -out fake.pem; "
+      "openssl x509 -req -days 2 -in mid.csr -CA fake.pem -CAkey fake.key -extfile ca.ext -out fakemid.pem; "
+      "cat leaf.pem fakemid.pem >fakechain.pem; "
+      "openssl x509 -req -days 2 -in mid.csr -CA leaf.pem -CAkey leaf.key -out underleaf.pem; "
+      "cat underleaf.pem leaf.pem mid.pem >underchain.pem) >/dev/null 2>&1").c_str()) == 0;
+  ~Keys() { fs::remove_all(dir); }
+};
+
+const Keys& SigningKeys() {
+  static const Keys keys;
+  return keys;
+}
+
+// Signed by osslsigncode with a throwaway key and the certificates it
+// carries; empty when that fails. Each image is signed once per run: signing
+// takes a process start.
+Bytes SignPe(const Bytes& image, const char* hash = "sha256", const std::string& key = "key.pem",
+             const std::string& certs = "cert.pem") {
+  static std::map<std::vector<std::string>, Bytes> cache;
+  Bytes& signedImage = cache[{std::string(image.begin(), image.end()), hash, key, certs}];
   if (!signedImage.empty()) return signedImage;
-  // A throwaway key and certificate, made once and removed when the tests end.
-  static const struct Key {
-    fs::path dir = fs::temp_directory_path() / ("calder-sign-" + std::to_string(std::random_device{}()));
-    bool made = fs::create_directories(dir) &&
-                std::system(("cd '" + dir.string() + "' && openssl req -x509 -newkey rsa:2048 -nodes -days 2 "
-                             "-subj /CN=calder-test -keyout key.pem -out cert.pem 2>/dev/null").c_str()) == 0;
-    ~Key() { fs::remove_all(dir); }
-  } key;
-  std::ofstream(key.dir / "in.exe", std::ios::binary)
+  std::ofstream(SigningKeys().dir / "in.exe", std::ios::binary)
       .write(reinterpret_cast<const char*>(image.data()), static_cast<std::streamsize>(image.size()));
-  const std::string sign = "cd '" + key.dir.string() + "' && rm -f out.exe && osslsigncode sign -h " + hash +
-                           " -certs cert.pem -key key.pem -in in.exe -out out.exe >/dev/null 2>&1";
-  if (!key.made || std::system(sign.c_str()) != 0) return {};
-  std::ifstream in(key.dir / "out.exe", std::ios::binary);
+  const std::string sign = "cd '" + SigningKeys().dir.string() + "' && rm -f out.exe && osslsigncode sign -h " + hash +
+                           " -certs " + certs + " -key " + key + " -in in.exe -out out.exe >/dev/null 2>&1";
+  if (!SigningKeys().made || std::system(sign.c_str()) != 0) return {};
+  std::ifstream in(SigningKeys().dir / "out.exe", std::ios::binary);
   return signedImage = Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
@@ -287,6 +312,85 @@ TEST(AuthenticodeDigest, CoversEveryByteButTheChecksumTheEntryAndTheTable) {
     const Signature signature = CheckSignature(image.data(), image.size());
     const std::string got = signature.state == SignatureState::kInvalid ? signature.problem
                             : signature.state == SignatureState::kValid ? "valid" : "unsigned";
+    EXPECT_NE(got.find(expected), std::string::npos) << name << ": " << got;
+  }
+}
+
+Bytes Sha256Bytes(const Bytes& bytes) {
+  Bytes digest(32);
+  EVP_Digest(bytes.data(), bytes.size(), digest.data(), nullptr, EVP_sha256(), nullptr);
+  return digest;
+}
+
+Bytes Replaced(Bytes b, const Bytes& from, const Bytes& to) {
+  const auto at = std::search(b.begin(), b.end(), from.begin(), from.end());
+  if (at != b.end()) std::copy(to.begin(), to.end(), at);
+  return b;
+}
+
+// A byte of the image changed and its new Authenticode digest written over
+// the one the signature records; with `attributes`, the signed attributes'
+// message digest of that content rewritten too.
+Bytes DigestRewritten(const Bytes& signedImage, bool attributes) {
+  const auto authenticode = [](const Bytes& b) {
+    const PeImage pe = ReadPeImage(b.data(), b.size());
+    const size_t entry = pe.certificateEntryOffset, table = pe.certificateTableOffset;
+    Bytes covered(b.begin(), b.begin() + long(pe.checksumOffset));
+    covered.insert(covered.end(), b.begin() + long(pe.checksumOffset) + 4, b.begin() + long(entry));
+    covered.insert(covered.end(), b.begin() + long(entry) + 8, b.begin() + long(table));
+    return Sha256Bytes(covered);
+  };
+  Bytes changed = signedImage;
+  changed[0x400] ^= 1;
+  changed = Replaced(changed, authenticode(signedImage), authenticode(changed));
+  // The content's value follows its type, SPC_INDIRECT_DATA.
+  const Bytes type = {0x2B, 0x06, 0x01, 0x04, 0x01, 0x82, 0x37, 0x02, 0x01, 0x04};
+  const size_t at = size_t(std::search(changed.begin(), changed.end(), type.begin(), type.end()) - changed.begin());
+  DerReader reader(changed.data() + at + type.size(), changed.size() - at - type.size()), wrapper, value;
+  if (!attributes || !reader.Enter(kDerExplicit0, &wrapper) || !wrapper.Enter(kDerSequence, &value)) return changed;
+  const Bytes content(value.data(), value.data() + value.size());
+  const Bytes before(signedImage.begin() + (value.data() - changed.data()),
+                     signedImage.begin() + (value.data() - changed.data()) + long(value.size()));
+  return Replaced(changed, Sha256Bytes(before), Sha256Bytes(content));
+}
+
+std::vector<Certificate> Trusted(const std::vector<std::string>& files) {
+  std::vector<Certificate> certificates;
+  for (const std::string& file : files) EXPECT_TRUE(ReadTrustFile(SigningKeys().dir / file, &certificates)) << file;
+  return certificates;
+}
+
+TEST(AuthenticodeSigner, SignatureOverTheAttributesVerifiesAndTheSignerChainsToATrustedCertificate) {
+  const Bytes image = BuildPe(Good());
+  const Bytes rsa = SignPe(image), p256 = SignPe(image, "sha256", "ec.key", "ec.pem");
+  const Bytes leaf = SignPe(image, "sha256", "leaf.key", "chain.pem");
+  ASSERT_FALSE(rsa.empty() || p256.empty() || leaf.empty()) << "osslsigncode could not sign";
+  const std::string moved = "not that of the signed content", forged = "does not verify with the signing certificate",
+                    untrusted = "untrusted: its signing certificate does not chain";
+  // Image, the certificates trusted, and "valid" or what the problem says.
+  const std::tuple<const char*, Bytes, std::vector<std::string>, std::string> cases[] = {
+      {"RSA 2048", rsa, {}, "valid"},
+      {"P-256", p256, {}, "valid"},
+      {"RSA 3072", leaf, {}, "valid"},
+      {"digest rewritten", DigestRewritten(rsa, false), {}, moved},
+      {"attributes rewritten, RSA", DigestRewritten(rsa, true), {}, forged},
+      {"attributes rewritten, P-256", DigestRewritten(p256, true), {}, forged},
+      {"signer trusted itself", rsa, {"cert.pem"}, "valid"},
+      {"another certificate trusted", rsa, {"ec.pem"}, untrusted},
+      {"intermediate trusted", leaf, {"ec.pem", "mid.pem"}, "valid"},
+      {"root trusted: RSA 4096 over P-256 over the leaf", leaf, {"root.pem"}, "valid"},
+      {"intermediate not carried", SignPe(image, "sha256", "leaf.key", "leaf.pem"), {"root.pem"}, untrusted},
+      {"intermediate from the trust list", SignPe(image, "sha256", "leaf.key", "leaf.pem"), {"root.pem", "mid.pem"},
+       "valid"},
+      {"intermediate not issued by the root", SignPe(image, "sha256", "leaf.key", "fakechain.pem"), {"root.pem"},
+       untrusted},
+      {"issued by a leaf", SignPe(image, "sha256", "mid.key", "underchain.pem"), {"root.pem"}, untrusted},
+  };
+  for (const auto& [name, signedImage, trusted, expected] : cases) {
+    const Signature signature = CheckSignature(signedImage.data(), signedImage.size(), Trusted(trusted));
+    const std::string got = signature.state == SignatureState::kValid ? "valid"
+                            : signature.state == SignatureState::kUntrusted ? "untrusted: " + signature.problem
+                                                                            : signature.problem;
     EXPECT_NE(got.find(expected), std::string::npos) << name << ": " << got;
   }
 }
@@ -611,14 +715,52 @@ TEST(CheckFiles, AGoodPackageShipsWithoutFindingsAndListsEveryFileWithItsHash) {
   EXPECT_FALSE(CheckPackage(package.dir).files[6].isSigned);  // calder.exe, its signature broken
 }
 
+TEST(CheckRelease, NeedsOurProgramsSignedTheVendorsVouchedForTheManifestsAndTheNotices) {
+  test::LogCapture log;
+  const auto unsignedVendor = [](const Package& p) {
+    p.Write("btl_upgrade.dll", Pe(kDll, 2, Names(kUpgradeLibraryEntryPoints)));
+    p.Write("btl_hid_transfer.dll", Pe(kDll, 2, Names(kBridgeLibraryEntryPoints)));
+  };
+  // How the package is changed (then sealed, unless it removes the
+  // manifests), the certificates trusted, and the codes of the errors.
+  const std::tuple<const char*, std::function<void(const Package&)>, std::vector<std::string>, std::string> cases[] = {
+      {"as made", [](const Package&) {}, {}, ""},
+      {"signer trusted", [](const Package&) {}, {"cert.pem"}, ""},
+      {"vendor's libraries unsigned and listed", unsignedVendor, {}, ""},
+      {"signed by another", [](const Package&) {}, {"ec.pem"}, "signer-untrusted "},
+      {"a vendor's library by another, listed", [&](const Package& p) {
+         const Bytes library = Pe(kDll, 2, Names(kUpgradeLibraryEntryPoints));
+         p.Write("btl_upgrade.dll", SignPe(library, "sha256", "ec.key", "ec.pem"));
+       }, {"cert.pem"}, ""},
+      {"signatures stripped, manifests deleted", [&](const Package& p) {
+         unsignedVendor(p), p.Write("calder.exe", Program()), p.Write("rlottie.dll", Pe(kDll, 2, kLottieEntries));
+         p.Remove("SHA256SUMS"), p.Remove("calder.cdx.json");
+       }, {}, "manifest-missing unsigned "},
+      {"no notices", [](const Package& p) { p.Remove("THIRD-PARTY-NOTICES.txt"); }, {}, "notices-missing "},
+  };
+  for (const auto& [name, change, trusted, errors] : cases) {
+    Package package;
+    change(package);
+    if (fs::exists(package.dir / "SHA256SUMS")) package.Seal();
+    const PackageReport report = CheckPackage(package.dir, {true, Trusted(trusted)});
+    std::set<std::string> codes;
+    for (const Finding& f : report.findings) {
+      if (f.severity == Severity::kError) codes.insert(f.code);
+    }
+    std::string got;
+    for (const std::string& code : codes) got += code + " ";
+    EXPECT_EQ(std::make_pair(got, report.Ship()), std::make_pair(errors, errors.empty())) << name;
+  }
+}
+
 TEST(CheckCommandLine, AnswersOnTheRightStreamWithTheRightExitCode) {
   test::LogCapture log;
   Package package;
   // Arguments ("DIR" is the good package), exit code, what standard output
   // and standard error hold ("" when nothing).
   const std::tuple<std::vector<std::string>, int, std::string, std::string> cases[] = {
-      {{}, 2, "", "usage: calder-check [--json] [--log] PACKAGE_DIR\n"},
-      {{"--help"}, 0, "usage: calder-check [--json] [--log] PACKAGE_DIR\n", ""},
+      {{}, 2, "", "usage: calder-check [--json] [--log] [--release] [--trust CERT]... PACKAGE_DIR\n"},
+      {{"--help"}, 0, "usage: calder-check [--json] [--log] [--release] [--trust CERT]... PACKAGE_DIR\n", ""},
       {{"--version"}, 0, "calder-check 20260422-01\n", ""},
       {{"DIR"}, 0, "verdict:    ship\n", ""},
       {{"--log", "DIR"}, 0, "log of the predicted run:", ""},
@@ -629,10 +771,19 @@ TEST(CheckCommandLine, AnswersOnTheRightStreamWithTheRightExitCode) {
       {{"DIR", "DIR"}, 2, "", "usage:"},
       {{""}, 2, "", "usage:"},
       {{"DIR/none"}, 2, "", "no such folder"},
+      {{"--release", "--trust", "KEYS/cert.pem", "DIR"}, 0, "verdict:    ship\n", ""},
+      {{"--trust", "KEYS/ec.pem", "DIR"}, 1, "verdict:    do-not-ship\n", ""},
+      {{"DIR", "--trust"}, 2, "", "usage:"},
+      {{"--trust", "KEYS/none.pem", "DIR"}, 2, "", "cannot read a certificate from"},
+      {{"--trust", "KEYS/key.pem", "DIR"}, 2, "", "cannot read a certificate from"},
   };
   for (const auto& [given, exitCode, out, err] : cases) {
     std::vector<std::string> args;
-    for (const std::string& arg : given) args.push_back(arg.rfind("DIR", 0) == 0 ? package.dir.string() + arg.substr(3) : arg);
+    for (const std::string& arg : given) {
+      args.push_back(arg.rfind("DIR", 0) == 0    ? package.dir.string() + arg.substr(3)
+                     : arg.rfind("KEYS", 0) == 0 ? SigningKeys().dir.string() + arg.substr(4)
+                                                 : arg);
+    }
     const CommandOutcome outcome = RunCommand(args);
     const auto holds = [](const std::string& stream, const std::string& part) {
       return part.empty() ? stream.empty() : stream.find(part) != std::string::npos;

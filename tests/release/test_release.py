@@ -133,6 +133,30 @@ class ReleaseTest(unittest.TestCase):
                      "-in", tampered)
         self.assertNotEqual(result.returncode, 0)
 
+    def test_calder_check_exe_refuses_a_package_re_signed_with_another_certificate(self):
+        run(SOURCE / "scripts" / "throwaway-certificate", self.work / "other")
+        shutil.copytree(self.out, self.work / "re-signed")
+        for name in SIGNED:
+            path, bare = self.work / "re-signed" / name, self.work / ("bare-" + name)
+            # osslsigncode does not overwrite its output.
+            for args, output in [(("remove-signature", "-in", path), bare),
+                                 (("sign", "-h", "sha256", "-key", self.work / "other" / "key.pem",
+                                   "-certs", self.work / "other" / "cert.pem", "-in", bare), path)]:
+                result = run("osslsigncode", *args, "-out", output.with_suffix(".new"))
+                self.assertEqual(result.returncode, 0, result.stderr)
+                output.with_suffix(".new").replace(output)
+        check = self.out.with_name("OUT-check") / "calder-check.exe"
+        for package, rc, verdict in [("OUT", 0, "ship"), ("re-signed", 1, "do-not-ship")]:
+            # Paths relative to the folder Wine starts in.
+            args = ["wine", check, "--release", "--trust", "cert/cert.pem", "--json", package]
+            result = run(*args, cwd=self.work)
+            if result.returncode not in (0, 1):  # Wine itself failed to start it
+                result = run(*args, cwd=self.work)
+            report = json.loads(result.stdout)
+            untrusted = sorted(f["path"] for f in report["findings"] if f["code"] == "signer-untrusted")
+            self.assertEqual((result.returncode, report["verdict"], untrusted),
+                             (rc, verdict, SIGNED if rc else []), result.stdout)
+
     def test_binaries_are_stripped_with_symbols_beside_the_release_and_carry_the_version(self):
         symbols = self.out.with_name("OUT-symbols")
         check = self.out.with_name("OUT-check") / "calder-check.exe"
