@@ -65,7 +65,7 @@ def recording_stage(name, scenario):
 def traces_of(result):
     """The trace files the run's process wrote, by the pid in its log's name."""
     pid = re.search(r"_(\d+)\.log$", result.log_path.name).group(1)
-    return {re.search(r"_(\w+)\.ndjson$", path.name).group(1): path
+    return {re.search(r"_([a-z]+)\.ndjson$", path.name).group(1): path
             for path in LOG_DIR.glob(f"CalderTrace_*_{pid}_*.ndjson")}
 
 

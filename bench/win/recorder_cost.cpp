@@ -4,7 +4,7 @@
 #include <windows.h>
 
 #include <cstdio>
-#include <cstdlib>
+#include <cwchar>
 
 int wmain(int argc, wchar_t** argv) {
   if (argc != 3) return 2;

@@ -1,8 +1,10 @@
 """The recorders in front of the stand-in vendor DLLs: a run through them is
-the run without them, and a run cut off during the force write leaves a
-bridge trace that ends where the sensor stopped."""
+the run without them, a vendor folder open to ordinary users is not loaded
+from, and a run cut off during the force write leaves a bridge trace that ends
+where the sensor stopped."""
 
 import json
+import os
 import re
 import subprocess
 import time
@@ -30,7 +32,7 @@ class SensorStage(Stage):
             plain, self.dir = self.dir, BUILD / "e2e" / name
             subprocess.run(["rm", "-rf", self.dir], check=True)
             subprocess.run([SOURCE / "scripts/recording-package", plain, self.dir], check=True,
-                           env={"CALDER_RECORDERS": str(BUILD / "recorder"), "PATH": "/usr/bin:/bin"},
+                           env={**os.environ, "CALDER_RECORDERS": str(BUILD / "recorder")},
                            stdout=subprocess.DEVNULL)
             self.exe, self.cwd = self.dir / "calder.exe", self.dir
         self.sensor = self.add("sensor/force_sensor_scenario.txt", b"version=1.0.2.3\n").parent
@@ -50,7 +52,7 @@ class SensorStage(Stage):
 
 def traces(result):
     pid = re.search(r"_(\d+)\.log$", result.log_path.name).group(1)
-    return {re.search(r"_(\w+)\.ndjson$", p.name).group(1): p.read_text()
+    return {re.search(r"_([a-z]+)\.ndjson$", p.name).group(1): p.read_text()
             for p in LOG_DIR.glob(f"CalderTrace_*_{pid}_*.ndjson")}
 
 
@@ -70,6 +72,14 @@ class RecordersTest(unittest.TestCase):
             lines = [json.loads(line) for line in recorded[library].splitlines()]
             self.assertEqual((lines[0]["calder_trace"], lines[0]["dir"], lines[-1]["fn"]),
                              (1, windows_path(stage.dir), last))
+
+    def test_a_vendor_folder_ordinary_users_may_write_to_is_not_loaded_from(self):
+        stage = SensorStage("recorders-open-vendor", True)
+        (stage.dir / "vendor").chmod(0o777)  # to Wine: Everyone may write
+        result = stage.update()
+        self.assertEqual(result.rc, 1)
+        self.assertIn("ERROR: Init failed with error code: 126", result.messages())
+        self.assertFalse(stage.record.exists() or (stage.sensor / "force_sensor_state.txt").exists())
 
     def test_a_run_cut_off_during_the_write_keeps_its_trace_up_to_the_cut(self):
         stage = SensorStage("recorders-cut", True, image_size=0x2000)
