@@ -94,6 +94,11 @@ bool VendorTrusted(const std::wstring& folder, const std::wstring& library) {
          !WritableByOrdinaryUsers(folder);
 }
 
+// A disk flush costs milliseconds, more than the sensor's pauses: lines go
+// to the file at once, where a process that dies keeps them, and reach the
+// disk at this pace, from a thread no call waits for.
+constexpr DWORD kFlushPeriodMs = 100;
+
 uint64_t MicrosecondsNow() {
   static LARGE_INTEGER frequency = [] {
     LARGE_INTEGER f;
@@ -161,7 +166,18 @@ void Recording::FileSink::Append(const std::string& line) {
   if (file == INVALID_HANDLE_VALUE) return;
   DWORD written = 0;
   WriteFile(file, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
-  FlushFileBuffers(file);
+  ++lines;
+}
+
+DWORD WINAPI Recording::FlushLoop(void* sink) {
+  FileSink& self = *static_cast<FileSink*>(sink);
+  long flushed = 0;
+  for (;;) {
+    Sleep(kFlushPeriodMs);
+    const long written = self.lines.load();
+    if (written != flushed) FlushFileBuffers(self.file);
+    flushed = written;
+  }
 }
 
 void Recording::OpenTrace() {
@@ -184,6 +200,13 @@ void Recording::OpenTrace() {
   // neither followed nor overwritten.
   sink_.file = CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
                            FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (sink_.file == INVALID_HANDLE_VALUE) return;
+  // The flushing thread runs until the process ends: the recorder stays
+  // loaded as long, whatever FreeLibrary its caller makes.
+  HMODULE self = nullptr;
+  GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+                     reinterpret_cast<LPCWSTR>(&ModuleFolder), &self);
+  if (HANDLE thread = CreateThread(nullptr, 0, &FlushLoop, &sink_, 0, nullptr)) CloseHandle(thread);
   const std::string vendorSha = vendorPath_.empty() ? std::string() : FileSha256(vendorPath_);
   sink_.Append(TraceHeader(Narrow(libraryFile_).c_str(), vendorSha,
                            IsoLocalTime(local, UtcOffsetMinutes()), pid, Narrow(folder_)));

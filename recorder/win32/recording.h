@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -33,7 +34,9 @@ class Recording {
    public:
     void Append(const std::string& line) override;
     HANDLE file = INVALID_HANDLE_VALUE;
+    std::atomic<long> lines{0};
   };
+  static DWORD WINAPI FlushLoop(void* sink);
   void OpenTrace();
 
   std::wstring libraryFile_;
