@@ -1,7 +1,7 @@
 """The recorders in front of the stand-in vendor DLLs: a run through them is
-the run without them, a vendor folder open to ordinary users is not loaded
-from, and a run cut off during the force write leaves a bridge trace that ends
-where the sensor stopped."""
+the run without them, a vendor folder open to ordinary users, foreign or a
+link is not loaded from, and a run cut off during the force write leaves a
+bridge trace that ends where the sensor stopped."""
 
 import json
 import os
@@ -73,13 +73,19 @@ class RecordersTest(unittest.TestCase):
             self.assertEqual((lines[0]["calder_trace"], lines[0]["dir"], lines[-1]["fn"]),
                              (1, windows_path(stage.dir), last))
 
-    def test_a_vendor_folder_ordinary_users_may_write_to_is_not_loaded_from(self):
-        stage = SensorStage("recorders-open-vendor", True)
-        (stage.dir / "vendor").chmod(0o777)  # to Wine: Everyone may write
-        result = stage.update()
-        self.assertEqual(result.rc, 1)
-        self.assertIn("ERROR: Init failed with error code: 126", result.messages())
-        self.assertFalse(stage.record.exists() or (stage.sensor / "force_sensor_state.txt").exists())
+    def test_a_vendor_folder_that_is_open_foreign_or_a_link_is_not_loaded_from(self):
+        # As Wine shows them: o+w lets Everyone write, another Unix user owns,
+        # a symbolic link is a reparse point.
+        for name, plant in [("open", lambda vendor: vendor.chmod(0o777)),
+                            ("foreign", lambda vendor: os.chown(vendor, 4242, 0)),
+                            ("linked", lambda vendor: (vendor.rename(vendor.with_name("real")),
+                                                       vendor.symlink_to("real")))]:
+            stage = SensorStage("recorders-vendor-" + name, True)
+            plant(stage.dir / "vendor")
+            result = stage.update()
+            self.assertEqual(result.rc, 1, name)
+            self.assertIn("ERROR: Init failed with error code: 126", result.messages())
+            self.assertFalse(stage.record.exists() or (stage.sensor / "force_sensor_state.txt").exists())
 
     def test_a_run_cut_off_during_the_write_keeps_its_trace_up_to_the_cut(self):
         stage = SensorStage("recorders-cut", True, image_size=0x2000)
