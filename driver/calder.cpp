@@ -36,7 +36,8 @@ void UninitializeCom() {
 }  // namespace
 
 UpdatePhases RealPhases() {
-  return UpdatePhases{&WMIBiosTPReset, &TPMain, &UpgradeForceFW, &RunVersionReport};
+  return UpdatePhases{static_cast<bool (*)()>(&WMIBiosTPReset), &TPMain, &UpgradeForceFW,
+                      &RunVersionReport};
 }
 
 UpdatePhases& Phases() {
