@@ -1,7 +1,7 @@
 """The recorders in front of the stand-in vendor DLLs: a run through them is
 the run without them, a vendor folder open to ordinary users, foreign or a
 link is not loaded from, and a run cut off during the force write leaves a
-bridge trace that ends where the sensor stopped."""
+bridge trace that ends where the sensor stopped and replays to that cut."""
 
 import json
 import os
@@ -51,8 +51,9 @@ class SensorStage(Stage):
 
 
 def traces(result):
+    """The run's trace files by library, found by the pid in its log's name."""
     pid = re.search(r"_(\d+)\.log$", result.log_path.name).group(1)
-    return {re.search(r"_([a-z]+)\.ndjson$", p.name).group(1): p.read_text()
+    return {re.search(r"_([a-z]+)\.ndjson$", p.name).group(1): p
             for p in LOG_DIR.glob(f"CalderTrace_*_{pid}_*.ndjson")}
 
 
@@ -69,7 +70,7 @@ class RecordersTest(unittest.TestCase):
         self.assertEqual((rc, log, seen), (plain_rc, plain_log, plain_seen))
         self.assertEqual((rc, none, sorted(recorded)), (0, {}, ["bridge", "upgrade"]))
         for library, last in [("bridge", "btl_uninstall_driver"), ("upgrade", "btl_upgrade_deinit")]:
-            lines = [json.loads(line) for line in recorded[library].splitlines()]
+            lines = [json.loads(line) for line in recorded[library].read_text().splitlines()]
             self.assertEqual((lines[0]["calder_trace"], lines[0]["dir"], lines[-1]["fn"]),
                              (1, windows_path(stage.dir), last))
 
@@ -100,7 +101,8 @@ class RecordersTest(unittest.TestCase):
         pid = re.search(r"_(\d+)\.log$", log.name).group(1)
         subprocess.run(["wine", "taskkill", "/f", "/pid", pid], capture_output=True, check=True)
         result = run.result()
-        text = traces(result)["bridge"]
+        cut = traces(result)
+        text = cut["bridge"].read_text()
         lines = text[:text.rfind("\n") + 1].splitlines()  # a line cut mid-way is dropped
         state = dict(line.split("=", 1) for line in (stage.sensor / "force_sensor_state.txt")
                      .read_text().splitlines())
@@ -109,6 +111,11 @@ class RecordersTest(unittest.TestCase):
         self.assertTrue(0 < traced < 0x2000 // 64, traced)
         # The line of a call cut in flight may be missing, no more.
         self.assertIn(int(state["written_blocks"]) - traced, (0, 1))
+        # Replayed, every recorded call matches and the run goes on past the cut.
+        replay = subprocess.run(["wine", BUILD / "calder-replay.exe", "--package",
+                                 windows_path(stage.dir), *map(windows_path, cut.values())],
+                                capture_output=True, text=True)
+        self.assertEqual(replay.returncode, 5, replay.stdout + replay.stderr)
 
 
 if __name__ == "__main__":
