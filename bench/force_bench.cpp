@@ -15,7 +15,7 @@
 #include "force/force_update.h"
 #include "platform/clock.h"
 #include "platform/environment.h"
-#include "sim/force_sensor.h"
+#include "sim/simulated_laptop.h"
 
 namespace {
 
@@ -38,11 +38,9 @@ struct Outcome {
 };
 
 Outcome RunPhase(calder::Clock& clock, const std::string& path, size_t imageSize) {
-  calder::sim::ForceSensor sensor(clock);
-  calder::Environment env;
-  env.clock = &clock;
-  env.bridge = &sensor;
-  calder::ScopedEnvironment scope(env);
+  calder::sim::SimulatedLaptop laptop(clock);
+  calder::sim::ForceSensor& sensor = laptop.sensor;
+  calder::ScopedEnvironment scope(laptop.Wiring());
   const auto start = std::chrono::steady_clock::now();
   const bool ok = calder::UpdateForce("1.0.2.3", path);
   const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - start;

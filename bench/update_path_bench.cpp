@@ -14,16 +14,12 @@
 #include <string>
 #include <vector>
 
-#include "driver/calder.h"
 #include "base/log.h"
 #include "driver/update_phases.h"
 #include "platform/clock.h"
-#include "platform/environment.h"
 #include "platform/file_system.h"
 #include "platform/process_info.h"
-#include "sim/force_sensor.h"
-#include "sim/touch_device.h"
-#include "sim/touchpad_controller.h"
+#include "sim/simulated_laptop.h"
 
 namespace {
 
@@ -92,33 +88,18 @@ std::vector<char> TouchpadFile() {
   return file;
 }
 
-// The three devices on one clock, installed with the bench machine.
-struct Rig {
-  Rig(calder::Clock& clock, BenchMachine& machine) : sensor(clock), touch(clock) {
-    env.clock = &clock;
-    env.files = &machine;
-    env.process = &machine;
-    env.bridge = &sensor;
-    env.upgrade = &touchpad;
-    env.hid = &touch;
+// The laptop on the given clock, with the bench machine's firmware folders.
+struct Rig : calder::sim::SimulatedLaptop {
+  Rig(calder::Clock& clock, BenchMachine& machine) : SimulatedLaptop(clock) {
+    files = &machine;
+    process = &machine;
   }
-  calder::sim::ForceSensor sensor;
-  calder::sim::TouchpadController touchpad;
-  calder::sim::TouchDevice touch;
-  calder::Environment env;
 };
 
 double Seconds(const std::function<int()>& run, int* result) {
   const auto start = std::chrono::steady_clock::now();
   *result = run();
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-int RunMain(const char* command) {
-  std::string name = "calder.exe";
-  std::string arg = command;
-  char* argv[] = {&name[0], &arg[0], nullptr};
-  return calder::main(2, argv);
 }
 
 double PeakRssMiB() {
@@ -130,8 +111,6 @@ double PeakRssMiB() {
 void Report(const std::string& metric, double value, const char* unit) {
   std::printf("BENCH\t%s\t%.3f\t%s\n", metric.c_str(), value, unit);
 }
-
-bool ForceSkipped() { return true; }
 
 }  // namespace
 
@@ -154,9 +133,8 @@ int main() {
   {  // The whole update, on virtual time: memory, not time, is measured here.
     calder::VirtualClock clock;
     Rig rig(clock, machine);
-    calder::ScopedEnvironment scope(rig.env);
     int rc = 1;
-    Seconds([] { return RunMain("--update"); }, &rc);
+    Seconds([&] { return rig.RunMain({"--update"}); }, &rc);
     const bool written = rig.sensor.writtenBlocks.size() == (kForceImageSize + 63) / 64;
     if (rc != 0 || !written) {
       std::fprintf(stderr, "update failed: rc %d, %zu blocks\n", rc, rig.sensor.writtenBlocks.size());
@@ -168,8 +146,8 @@ int main() {
   }
 
   {  // Touchpad phase: reset, the fixed pause and TPMain, force phase left out.
-    const calder::UpdatePhases saved = calder::Phases();
-    calder::Phases().forceUpgrade = &ForceSkipped;
+    calder::UpdatePhases phases = calder::RealPhases();
+    phases.forceUpgrade = [] { return true; };
     double pauses = 0;
     double wall = 0;
     for (int pass = 0; pass < 2; ++pass) {
@@ -177,14 +155,12 @@ int main() {
       calder::SteadyClock steadyClock;
       calder::Clock& clock = pass == 0 ? static_cast<calder::Clock&>(virtualClock) : steadyClock;
       Rig rig(clock, machine);
-      calder::ScopedEnvironment scope(rig.env);
       int rc = 1;
-      const double seconds = Seconds([] { return RunMain("--update"); }, &rc);
+      const double seconds = Seconds([&] { return rig.RunMain({"--update"}, phases); }, &rc);
       if (rc != 0) ++failures;
       if (pass == 0) pauses = virtualClock.TotalSleptMs() / 1000.0;
       if (pass == 1) wall = seconds;
     }
-    calder::Phases() = saved;
     Report("touchpad phase: wall time, real clock", wall, "s");
     Report("touchpad phase: sum of pauses", pauses, "s");
     Report("touchpad phase: overhead ratio wall/pauses", wall / pauses, "x");
@@ -195,15 +171,13 @@ int main() {
     double pauses = 0;
     {
       Rig rig(virtualClock, machine);
-      calder::ScopedEnvironment scope(rig.env);
-      if (RunMain("--version") != 0) ++failures;
+      if (rig.RunMain({"--version"}) != 0) ++failures;
       pauses = virtualClock.TotalSleptMs() / 1000.0;
     }
     calder::SteadyClock steadyClock;
     Rig rig(steadyClock, machine);
-    calder::ScopedEnvironment scope(rig.env);
     int rc = 1;
-    const double wall = Seconds([] { return RunMain("--version"); }, &rc);
+    const double wall = Seconds([&] { return rig.RunMain({"--version"}); }, &rc);
     if (rc != 0) ++failures;
     Report("version report: wall time, real clock", wall * 1000.0, "ms");
     Report("version report: sum of pauses", pauses * 1000.0, "ms");

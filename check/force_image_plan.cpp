@@ -9,9 +9,8 @@
 #include "force/iic_write_read.h"
 #include "force/read_firmware_content.h"
 #include "force/update_fw.h"
-#include "platform/clock.h"
 #include "platform/environment.h"
-#include "sim/force_sensor.h"
+#include "sim/simulated_laptop.h"
 
 namespace calder::check {
 
@@ -28,21 +27,17 @@ std::vector<uint8_t> FileBytes(const std::string& path) {
   return bytes;
 }
 
-// A sensor on its own virtual clock with the bridge opened, as the force
-// procedure leaves it before the writer runs.
+// The laptop's sensor with the bridge opened, as the force procedure leaves
+// it before the writer runs.
 struct SensorBench {
-  explicit SensorBench(const std::array<uint8_t, 4>& version) : sensor(clock) {
+  explicit SensorBench(const std::array<uint8_t, 4>& version) : scope(laptop.Wiring()) {
     sensor.version = version;
-    env.clock = &clock;
-    env.bridge = &sensor;
-    scope = std::make_unique<ScopedEnvironment>(env);
     sensor.btl_init_driver_7853();
     channel.deviceOpen = sensor.btl_open_device() == 0;
   }
-  VirtualClock clock;
-  sim::ForceSensor sensor;
-  Environment env;
-  std::unique_ptr<ScopedEnvironment> scope;
+  sim::SimulatedLaptop laptop;
+  sim::ForceSensor& sensor = laptop.sensor;
+  ScopedEnvironment scope;
   IICWriteRead channel{&sensor, kBridgeRetryCount};
 };
 

@@ -43,6 +43,11 @@ struct VendorLibrary {
   size_t entryCount;
 };
 
+// What only a recorder exports, and the folder its layout keeps the vendor's
+// own libraries in.
+const char kRecorderExport[] = "calder_recorder";
+const char kRecorderVendorFolder[] = "vendor";
+
 const VendorLibrary kVendorLibraries[] = {
     {kUpgradeLibraryFile, kUpgradeLibraryEntryPoints, std::size(kUpgradeLibraryEntryPoints)},
     {kBridgeLibraryFile, kBridgeLibraryEntryPoints, std::size(kBridgeLibraryEntryPoints)},
@@ -107,6 +112,7 @@ class Checker {
       CheckLibrary(name, std::vector<std::string>(library.entryPoints, library.entryPoints + library.entryCount),
                    " lacks the entry point ", " that calder.exe binds");
     }
+    CheckRecorders();
     for (const ImportedLibrary& library : program_.imports) {
       if (IsWindowsSystemLibrary(library.name)) continue;
       CheckLibrary(library.name, library.entries, " does not export ", ", which calder.exe imports from it");
@@ -172,6 +178,24 @@ class Checker {
     }
     for (const std::string& entry : entries) {
       if (!Exports(image, entry)) Error("library-entry-missing", name, name + lacks + entry + how);
+    }
+  }
+
+  // A recording layout records a laptop's device traffic: never a release.
+  void CheckRecorders() {
+    for (const VendorLibrary& library : kVendorLibraries) {
+      const std::string name = Narrow(library.file);
+      const fs::path file = FindInPackage(dir_, name);
+      if (file.empty()) continue;
+      const std::vector<uint8_t> bytes = ReadAll(file);
+      if (Exports(ReadPeImage(bytes.data(), bytes.size()), kRecorderExport)) {
+        Error("recorder-present", name, name + " is a recorder (it exports " + kRecorderExport +
+                                            "), not the vendor's library");
+      }
+    }
+    if (!FindInPackage(dir_, kRecorderVendorFolder).empty()) {
+      Error("recorder-present", kRecorderVendorFolder,
+            "the package holds a vendor folder, as a recording layout does");
     }
   }
 

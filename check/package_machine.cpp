@@ -1,7 +1,10 @@
 #include "check/package_machine.h"
 
+#include "base/firmware_discovery.h"
+
 #include <algorithm>
 #include <cctype>
+#include <random>
 #include <system_error>
 #include <utility>
 
@@ -10,6 +13,8 @@ namespace calder::check {
 namespace fs = std::filesystem;
 
 namespace {
+
+const char* const kFirmwareFolders[] = {kTouchpadFirmwareFolder, kForceFirmwareFolder};
 
 std::string Upper(std::string text) {
   for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
@@ -26,6 +31,32 @@ bool NtfsNameLess(const std::string& a, const std::string& b) {
 
 bool SameNameIgnoringCase(const std::string& a, const std::string& b) {
   return Upper(a) == Upper(b);
+}
+
+StagedPackage::StagedPackage(const fs::path& packageDir) {
+  const fs::path real = fs::absolute(packageDir).lexically_normal();
+  if (fs::path::preferred_separator == '\\') {
+    machine_ = std::make_unique<PackageMachine>(real, (real / "").parent_path().string());
+    return;
+  }
+  std::random_device random;
+  std::error_code error;
+  do {
+    stage_ = fs::temp_directory_path() / ("calder-check-" + std::to_string(random()));
+  } while (!fs::create_directory(stage_, error) && !error);
+  const std::string moduleDir = (stage_ / "pkg").string();
+  machine_ = std::make_unique<PackageMachine>(real, moduleDir);
+  for (const char* folder : kFirmwareFolders) {
+    for (const std::string& name : machine_->RegularFiles(folder)) {
+      const std::string programPath = moduleDir + folder + "\\" + name;
+      fs::create_symlink(machine_->RealPath(programPath), programPath, error);
+    }
+  }
+}
+
+StagedPackage::~StagedPackage() {
+  std::error_code ignored;
+  if (!stage_.empty()) fs::remove_all(stage_, ignored);
 }
 
 PackageMachine::PackageMachine(fs::path packageDir, std::string moduleDir)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,24 @@ class PackageMachine : public FileSystem, public ProcessInfo {
  private:
   std::filesystem::path packageDir_;
   std::string moduleDir_;
+};
+
+// A package folder as calder.exe would see it from the laptop. The program
+// builds its paths with "\"; where that is not the separator, the firmware
+// files are linked under the names the program opens: "<stage>/pkg\TP\<name>"
+// is then one file in a stage folder of our own, removed with the object.
+class StagedPackage {
+ public:
+  explicit StagedPackage(const std::filesystem::path& packageDir);
+  ~StagedPackage();
+  StagedPackage(const StagedPackage&) = delete;
+  StagedPackage& operator=(const StagedPackage&) = delete;
+
+  PackageMachine& machine() { return *machine_; }
+
+ private:
+  std::filesystem::path stage_;
+  std::unique_ptr<PackageMachine> machine_;
 };
 
 // NTFS keeps a folder's names in upper-case order; the program's "first

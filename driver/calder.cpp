@@ -131,7 +131,8 @@ int RunEntry(const EntrySeams& seams, const CommandLine& line) {
 }
 
 UpdatePhases RealPhases() {
-  return UpdatePhases{&WMIBiosTPReset, &TPMain, &UpgradeForceFW, &RunVersionReport};
+  return UpdatePhases{static_cast<bool (*)()>(&WMIBiosTPReset), &TPMain, &UpgradeForceFW,
+                      &RunVersionReport};
 }
 
 UpdatePhases& Phases() {

@@ -62,6 +62,23 @@ Frame CommandFrame(BootCommand command, const uint8_t* data, uint16_t length) {
   return frame;
 }
 
+bool ParseCommandFrame(const uint8_t* frame, size_t size, ParsedCommand* parsed) {
+  constexpr size_t kHead = sizeof kSensorWritePrefix + kPacketHeaderLength;
+  if (size < kHead || !std::equal(kSensorWritePrefix, kSensorWritePrefix + 4, frame)) return false;
+  const uint8_t* packet = frame + sizeof kSensorWritePrefix;
+  if (packet[1] != 0x01 || packet[2] != 0x81 || packet[7] != 0x01) return false;
+  const uint16_t length = static_cast<uint16_t>(packet[5] | packet[6] << 8);
+  if (size != kHead + length) return false;
+  *parsed = ParsedCommand{{packet[3], packet[4]}, packet + kPacketHeaderLength, length,
+                          packet[0] == Sum8(packet + 1, kPacketHeaderLength - 1) &&
+                              packet[8] == Sum8(packet + kPacketHeaderLength, length)};
+  return true;
+}
+
+uint32_t Le32(const uint8_t* bytes) {
+  return bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<uint32_t>(bytes[3]) << 24;
+}
+
 Frame EraseData(uint8_t sectors, uint32_t address) {
   return {sectors, 0x00, ByteOf(address, 0), ByteOf(address, 8), ByteOf(address, 16),
           ByteOf(address, 24)};

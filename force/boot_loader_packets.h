@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -51,6 +52,20 @@ Frame EraseData(uint8_t sectors, uint32_t address);
 Frame WriteFlashData(uint32_t address, const uint8_t* block64);
 Frame ReadFlashData(uint32_t address);
 Frame RunApplicationData();
+
+// A sensor write frame read back as the command packet it carries: false
+// when it is none (no sensor-write prefix, too short, or a length that
+// disagrees with the frame). Checksums are reported, not required.
+struct ParsedCommand {
+  BootCommand command;
+  const uint8_t* data;
+  uint16_t length;
+  bool checksumsOk;
+};
+bool ParseCommandFrame(const uint8_t* frame, size_t size, ParsedCommand* parsed);
+
+// Little-endian 32-bit value, as addresses stand in command data.
+uint32_t Le32(const uint8_t* bytes);
 
 // Reply rules: only the bytes named here are judged.
 bool ConnectReplyOk(const uint8_t* reply14);

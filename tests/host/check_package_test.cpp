@@ -532,6 +532,15 @@ const FindingCase kFindingCases[] = {
        p.Write("btl_upgrade.dll", Pe(kDll, 2, Names(kUpgradeLibraryEntryPoints, "btl_upgrade_deinit")));
      },
      "library-entry-missing", "btl_upgrade_deinit"},
+    {"RecorderInTheBridgesPlace",
+     [](const Package& p) {
+       std::vector<std::string> exports = Names(kBridgeLibraryEntryPoints);
+       exports.push_back("calder_recorder");
+       p.Write("btl_hid_transfer.dll", SignPe(Pe(kDll, 2, exports)));
+     },
+     "recorder-present", "btl_hid_transfer.dll is a recorder"},
+    {"VendorFolder", [](const Package& p) { p.Write("vendor/btl_upgrade.dll", p.Read("btl_upgrade.dll")); },
+     "recorder-present", "vendor folder"},
     {"NoTouchpadFolder", [](const Package& p) { p.Remove("TP"); }, "touchpad-missing", "TP"},
     {"TouchpadOnlySubfolder",
      [](const Package& p) { p.Remove("TP/tp_fw.bin"); fs::create_directory(p.dir / "TP" / "old"); },

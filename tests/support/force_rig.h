@@ -9,7 +9,7 @@
 #include "platform/clock.h"
 #include "platform/environment.h"
 #include "platform/progress.h"
-#include "sim/force_sensor.h"
+#include "sim/simulated_laptop.h"
 #include "tests/support/log_capture.h"
 
 namespace calder::test {
@@ -20,7 +20,7 @@ class RecordingPoster : public ProgressPoster {
   std::vector<int> posts;
 };
 
-// The force sensor on a virtual clock, installed as the bridge, with the
+// The laptop's force sensor and clock, installed as the bridge, with the
 // progress posts and the log captured.
 struct ForceRig {
   ForceRig();
@@ -29,8 +29,9 @@ struct ForceRig {
   std::vector<std::string> LinesFrom(const std::string& file) const;
   int CountLines(const std::string& line) const;
 
-  VirtualClock clock;
-  sim::ForceSensor sensor{clock};
+  sim::SimulatedLaptop laptop;
+  VirtualClock& clock = laptop.clock;
+  sim::ForceSensor& sensor = laptop.sensor;
   RecordingPoster progress;
   Environment env;
   std::unique_ptr<ScopedEnvironment> scope;

@@ -1,0 +1,225 @@
+#include "recorder/win32/recording.h"
+
+#include <aclapi.h>
+
+#include <vector>
+
+#include "check/sha256.h"
+#include "driver/folder_trust.h"
+#include "platform/win32/folder_security.h"
+#include "recorder/trace_place.h"
+
+namespace calder::recorder {
+namespace {
+
+// The recorder only looks at folders; it makes and removes none.
+class InspectingFiles : public FileSystem {
+ public:
+  bool MakeFolder(const std::string&) override { return false; }
+  bool WriteNewFile(const std::string&, const void*, size_t) override { return false; }
+  bool RemoveFile(const std::string&) override { return false; }
+  bool ListFolder(const std::string&, const std::function<bool(const FolderEntry&)>&) override {
+    return false;
+  }
+  PathFacts Inspect(const std::string& path) override { return InspectPath(path); }
+};
+
+std::wstring ModuleFolder() {
+  HMODULE self = nullptr;
+  GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |
+                         GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                     reinterpret_cast<LPCWSTR>(&ModuleFolder), &self);
+  wchar_t path[MAX_PATH] = {};
+  const DWORD length = GetModuleFileNameW(self, path, MAX_PATH);
+  if (length == 0 || length >= MAX_PATH) return std::wstring();
+  std::wstring folder(path, length);
+  const size_t slash = folder.find_last_of(L'\\');
+  return slash == std::wstring::npos ? std::wstring() : folder.substr(0, slash);
+}
+
+// The local code page's form, or empty when a character has none: the
+// folder checks take narrow paths, and a path they cannot name is refused.
+std::string Narrow(const std::wstring& wide) {
+  if (wide.empty()) return std::string();
+  BOOL lossy = FALSE;
+  const int size = WideCharToMultiByte(CP_ACP, 0, wide.c_str(), -1, nullptr, 0, nullptr, &lossy);
+  if (size <= 0 || lossy) return std::string();
+  std::string narrow(static_cast<size_t>(size), '\0');
+  WideCharToMultiByte(CP_ACP, 0, wide.c_str(), -1, &narrow[0], size, nullptr, &lossy);
+  narrow.resize(static_cast<size_t>(size) - 1);
+  return lossy ? std::string() : narrow;
+}
+
+// Whether an ordinary account may put or replace files in the folder: a
+// missing DACL, or one that lets Everyone, Users, Authenticated Users or
+// Interactive write, create, delete or change permissions.
+bool WritableByOrdinaryUsers(const std::wstring& path) {
+  PACL dacl = nullptr;
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  if (GetNamedSecurityInfoW(path.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                            nullptr, &dacl, nullptr, &descriptor) != ERROR_SUCCESS) {
+    return true;  // cannot tell: refuse
+  }
+  bool writable = dacl == nullptr;
+  constexpr DWORD kWriteRights = FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_DELETE_CHILD | DELETE |
+                                 WRITE_DAC | WRITE_OWNER | GENERIC_WRITE | GENERIC_ALL |
+                                 FILE_WRITE_ATTRIBUTES | FILE_WRITE_EA;
+  const WELL_KNOWN_SID_TYPE ordinary[] = {WinWorldSid, WinBuiltinUsersSid,
+                                          WinAuthenticatedUserSid, WinInteractiveSid};
+  for (DWORD i = 0; dacl != nullptr && !writable && i < dacl->AceCount; ++i) {
+    void* ace = nullptr;
+    if (!GetAce(dacl, i, &ace)) {
+      writable = true;
+      break;
+    }
+    const auto* header = static_cast<ACE_HEADER*>(ace);
+    if (header->AceType != ACCESS_ALLOWED_ACE_TYPE) continue;
+    const auto* allowed = static_cast<ACCESS_ALLOWED_ACE*>(ace);
+    if ((allowed->Mask & kWriteRights) == 0) continue;
+    PSID sid = const_cast<DWORD*>(&allowed->SidStart);
+    for (WELL_KNOWN_SID_TYPE type : ordinary) writable = writable || IsWellKnownSid(sid, type);
+  }
+  LocalFree(descriptor);
+  return writable;
+}
+
+// The vendor folder and the library in it: present, no link, owned by an
+// administrator (or this account), and the folder not open to ordinary users.
+bool VendorTrusted(const std::wstring& folder, const std::wstring& library) {
+  InspectingFiles files;
+  const std::string narrowFolder = Narrow(folder);
+  const std::string narrowLibrary = Narrow(library);
+  if (narrowFolder.empty() || narrowLibrary.empty()) return false;
+  return CheckFolder(files, narrowFolder).trusted && CheckFolder(files, narrowLibrary).trusted &&
+         !WritableByOrdinaryUsers(folder);
+}
+
+// A disk flush costs milliseconds, more than the sensor's pauses: lines go
+// to the file at once, where a process that dies keeps them, and reach the
+// disk at this pace, from a thread no call waits for.
+constexpr DWORD kFlushPeriodMs = 100;
+
+uint64_t MicrosecondsNow() {
+  static LARGE_INTEGER frequency = [] {
+    LARGE_INTEGER f;
+    QueryPerformanceFrequency(&f);
+    return f;
+  }();
+  LARGE_INTEGER now;
+  QueryPerformanceCounter(&now);
+  const uint64_t ticks = static_cast<uint64_t>(now.QuadPart);
+  const uint64_t perSecond = static_cast<uint64_t>(frequency.QuadPart);
+  return ticks / perSecond * 1000000 + ticks % perSecond * 1000000 / perSecond;
+}
+
+int UtcOffsetMinutes() {
+  TIME_ZONE_INFORMATION zone;
+  const DWORD kind = GetTimeZoneInformation(&zone);
+  LONG bias = zone.Bias;
+  if (kind == TIME_ZONE_ID_DAYLIGHT) bias += zone.DaylightBias;
+  if (kind == TIME_ZONE_ID_STANDARD) bias += zone.StandardBias;
+  return kind == TIME_ZONE_ID_INVALID ? 0 : -bias;
+}
+
+std::string HashOpenFile(HANDLE file) {
+  if (file == INVALID_HANDLE_VALUE) return std::string();
+  check::Sha256 hash;
+  std::vector<uint8_t> chunk(64 * 1024);
+  DWORD read = 0;
+  bool ok = true;
+  while ((ok = ReadFile(file, chunk.data(), static_cast<DWORD>(chunk.size()), &read, nullptr) != 0) &&
+         read > 0) {
+    hash.Update(chunk.data(), read);
+  }
+  CloseHandle(file);
+  if (!ok) return std::string();
+  const std::array<uint8_t, 32> digest = hash.Finish();
+  return check::HexOf(digest.data(), digest.size());
+}
+
+}  // namespace
+
+std::string FileSha256(const std::wstring& path) {
+  return HashOpenFile(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+std::string FileSha256(const char* path) {
+  if (path == nullptr) return std::string();
+  return HashOpenFile(CreateFileA(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+Recording::Recording(const wchar_t* libraryFile, const char* library)
+    : libraryFile_(libraryFile), library_(library), folder_(ModuleFolder()) {
+  if (folder_.empty()) return;
+  const std::wstring vendorFolder = folder_ + L"\\" + kVendorFolder;
+  const std::wstring path = vendorFolder + L"\\" + libraryFile_;
+  if (VendorTrusted(vendorFolder, path)) vendorPath_ = path;
+}
+
+Recording::~Recording() {
+  if (sink_.file != INVALID_HANDLE_VALUE) CloseHandle(sink_.file);
+}
+
+void Recording::FileSink::Append(const std::string& line) {
+  if (file == INVALID_HANDLE_VALUE) return;
+  DWORD written = 0;
+  WriteFile(file, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+  ++lines;
+}
+
+DWORD WINAPI Recording::FlushLoop(void* sink) {
+  FileSink& self = *static_cast<FileSink*>(sink);
+  long flushed = 0;
+  for (;;) {
+    Sleep(kFlushPeriodMs);
+    const long written = self.lines.load();
+    if (written != flushed) FlushFileBuffers(self.file);
+    flushed = written;
+  }
+}
+
+void Recording::OpenTrace() {
+  InspectingFiles files;
+  if (!CheckFolderChain(files, kTraceTrustRoot, kTraceFolder).trusted) return;
+  SYSTEMTIME now;
+  GetLocalTime(&now);
+  LocalTime local;
+  local.year = now.wYear;
+  local.month = now.wMonth;
+  local.day = now.wDay;
+  local.hour = now.wHour;
+  local.minute = now.wMinute;
+  local.second = now.wSecond;
+  const unsigned long pid = GetCurrentProcessId();
+  const std::string path =
+      std::string(kTraceFolder) + "\\" + TraceFileName(local, pid, library_.c_str());
+  if (!CheckFileTarget(files, path).trusted) return;
+  // A new file only: whatever stands at the name already, link or not, is
+  // neither followed nor overwritten.
+  sink_.file = CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
+                           FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (sink_.file == INVALID_HANDLE_VALUE) return;
+  // The flushing thread runs until the process ends: the recorder stays
+  // loaded as long, whatever FreeLibrary its caller makes.
+  HMODULE self = nullptr;
+  GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+                     reinterpret_cast<LPCWSTR>(&ModuleFolder), &self);
+  if (HANDLE thread = CreateThread(nullptr, 0, &FlushLoop, &sink_, 0, nullptr)) CloseHandle(thread);
+  const std::string vendorSha = vendorPath_.empty() ? std::string() : FileSha256(vendorPath_);
+  sink_.Append(TraceHeader(Narrow(libraryFile_).c_str(), vendorSha,
+                           IsoLocalTime(local, UtcOffsetMinutes()), pid, Narrow(folder_)));
+}
+
+uint64_t Recording::EnterCall() {
+  if (!opened_) {
+    opened_ = true;
+    OpenTrace();
+  }
+  return trace_.Since(MicrosecondsNow(), true);
+}
+
+uint64_t Recording::Now() { return trace_.Since(MicrosecondsNow(), false); }
+
+}  // namespace calder::recorder

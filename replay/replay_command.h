@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace calder::replay {
+
+constexpr int kReplayBadInput = 2;
+
+struct ReplayCommandOutcome {
+  int exitCode = kReplayBadInput;
+  std::string out;  // for standard output
+  std::string err;  // for standard error
+};
+
+// calder-replay's command line, the program's name left out:
+//   [--decode] [--json] --package DIR TRACE...
+// Exit code 0 the run made exactly the recorded calls, 4 at the first
+// divergence, 5 when the traces end before the run does, 2 for bad
+// arguments or a trace that cannot be read.
+ReplayCommandOutcome RunReplayCommand(const std::vector<std::string>& args);
+
+}  // namespace calder::replay

@@ -1,0 +1,94 @@
+#include "replay/replay_run.h"
+
+#include <array>
+#include <memory>
+
+#include "base/firmware_discovery.h"
+#include "check/console_silencer.h"
+#include "check/force_image_plan.h"
+#include "check/log_recorder.h"
+#include "check/package_machine.h"
+#include "replay/trace_recorder.h"
+#include "replay/traced_libraries.h"
+#include "sim/protocol_violations.h"
+#include "sim/simulated_laptop.h"
+
+namespace calder::replay {
+
+namespace {
+
+// The laptop with the package's firmware folders; a sensor that behaves runs
+// what the force file's name says, as calder-check predicts.
+void Arrange(sim::SimulatedLaptop& laptop, check::StagedPackage& package) {
+  laptop.files = &package.machine();
+  laptop.process = &package.machine();
+  ScopedEnvironment scope(laptop.Wiring());
+  std::array<uint8_t, 4> version{};
+  const std::string force = FindFirstFileInFolder(GetModuleDir() + kForceFirmwareFolder);
+  if (check::VersionBytesOf(GetFileStem(force), &version)) laptop.sensor.version = version;
+}
+
+int RunQuietly(sim::SimulatedLaptop& laptop) {
+  check::LogRecorder quiet;
+  check::ConsoleSilencer silencer;
+  return laptop.RunMain({"--update"});
+}
+
+}  // namespace
+
+RecordedRun RecordUpdate(const std::filesystem::path& packageDir,
+                         const std::function<void(sim::SimulatedLaptop&)>& arrange) {
+  check::StagedPackage package(packageDir);
+  sim::SimulatedLaptop laptop;
+  Arrange(laptop, package);
+  if (arrange) arrange(laptop);
+  // A library the arrangement left out stays out, unrecorded.
+  RecordingBridge bridge(laptop.bridge != nullptr ? *laptop.bridge : laptop.sensor, laptop.clock,
+                         package.machine().moduleDir());
+  RecordingUpgrade upgrade(laptop.upgrade != nullptr ? *laptop.upgrade : laptop.touchpad,
+                           laptop.clock, package.machine().moduleDir());
+  if (laptop.bridge != nullptr) laptop.bridge = &bridge;
+  if (laptop.upgrade != nullptr) laptop.upgrade = &upgrade;
+  RecordedRun run;
+  run.result = RunQuietly(laptop);
+  sim::TakeViolations();
+  run.bridge = std::move(bridge.trace);
+  run.upgrade = std::move(upgrade.trace);
+  return run;
+}
+
+ReplayOutcome ReplayUpdate(const std::vector<Trace>& traces, const std::filesystem::path& packageDir) {
+  ReplayOutcome outcome;
+  check::StagedPackage package(packageDir);
+  sim::SimulatedLaptop laptop;
+  Arrange(laptop, package);
+  const std::string programDir = package.machine().moduleDir();
+  std::unique_ptr<TracedBridge> bridge;
+  std::unique_ptr<TracedUpgrade> upgrade;
+  std::vector<TracePlayer*> players;
+  for (const Trace& trace : traces) {
+    if (trace.library == TraceLibrary::kBridge) {
+      bridge = std::make_unique<TracedBridge>(trace, programDir, laptop.clock, outcome.state);
+      laptop.bridge = bridge.get();
+      players.push_back(&bridge->player);
+    } else {
+      upgrade = std::make_unique<TracedUpgrade>(trace, programDir, laptop.clock, outcome.state);
+      laptop.upgrade = upgrade.get();
+      players.push_back(&upgrade->player);
+    }
+  }
+  outcome.runResult = RunQuietly(laptop);
+  // The models' complaints about a replayed exchange are the replay's
+  // divergence to report, not theirs.
+  sim::TakeViolations();
+  for (TracePlayer* player : players) player->Finish();
+  for (size_t i = 0; i < traces.size(); ++i) {
+    outcome.traces.push_back({traces[i].name, traces[i].CallCount(), players[i]->matched()});
+  }
+  outcome.exitCode = outcome.state.divergence ? kReplayDiverged
+                     : outcome.state.ranPastEnd ? kReplayCutOff
+                                                : kReplayMatched;
+  return outcome;
+}
+
+}  // namespace calder::replay

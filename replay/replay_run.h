@@ -1,0 +1,49 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "replay/trace.h"
+#include "replay/trace_player.h"
+#include "sim/simulated_laptop.h"
+
+namespace calder::replay {
+
+constexpr int kReplayMatched = 0;
+constexpr int kReplayDiverged = 4;
+constexpr int kReplayCutOff = 5;
+
+struct TraceProgress {
+  std::string trace;
+  size_t calls = 0;
+  size_t matched = 0;
+};
+
+struct ReplayOutcome {
+  int exitCode = kReplayMatched;
+  int runResult = 1;  // what the update returned
+  ReplayState state;
+  std::vector<TraceProgress> traces;
+};
+
+// Runs `--update` on the simulated laptop with the package's firmware
+// folders, each traced library answered from its trace (at most one per
+// library), the others, the BIOS and the HID device by the models.
+ReplayOutcome ReplayUpdate(const std::vector<Trace>& traces, const std::filesystem::path& packageDir);
+
+struct RecordedRun {
+  int result = 1;
+  Trace bridge;
+  Trace upgrade;
+};
+
+// `--update` on the simulated laptop with the package's firmware folders,
+// both libraries recorded in front of their models; `arrange` puts the
+// devices in the wanted state first. Traces for tests, the bench and the
+// committed samples.
+RecordedRun RecordUpdate(const std::filesystem::path& packageDir,
+                         const std::function<void(sim::SimulatedLaptop&)>& arrange = nullptr);
+
+}  // namespace calder::replay

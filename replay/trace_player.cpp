@@ -1,0 +1,135 @@
+#include "replay/trace_player.h"
+
+#include <cctype>
+#include <utility>
+
+namespace calder::replay {
+
+namespace {
+
+constexpr size_t kHistory = 10;
+constexpr int64_t kPacingSlackUs = 5000;
+
+std::string Normal(std::string path) {
+  for (char& c : path) c = c == '/' ? '\\' : c;
+  return path;
+}
+
+bool SameIgnoringCase(const std::string& a, const std::string& b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i) {
+    if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i]))) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Why a call is not the recorded one; empty when it is.
+std::string Mismatch(const TraceLine& expected, const TraceLine& actual) {
+  if (expected.fn != actual.fn) return "another entry point";
+  if (actual.in && expected.in != actual.in) return "other bytes";
+  if (actual.len && expected.len != actual.len) return "another length";
+  if (actual.path && !SameIgnoringCase(*expected.path, *actual.path)) return "another file";
+  if (actual.path && expected.sha256 != actual.sha256) return "another file content";
+  if (actual.config && !(*expected.config == *actual.config)) return "another configuration";
+  return "";
+}
+
+}  // namespace
+
+std::string PathUnder(const std::string& path, const std::string& folder) {
+  const std::string p = Normal(path);
+  std::string f = Normal(folder);
+  if (!f.empty() && f.back() != '\\') f += '\\';
+  if (!f.empty() && p.size() > f.size() && SameIgnoringCase(p.substr(0, f.size()), f)) {
+    return p.substr(f.size());
+  }
+  return p;
+}
+
+TracePlayer::TracePlayer(const Trace& trace, std::string programDir, Clock& clock,
+                         ReplayState& state)
+    : trace_(trace),
+      programDir_(std::move(programDir)),
+      clock_(clock),
+      state_(state),
+      decoder_(trace.library) {}
+
+std::string TracePlayer::Decode(const TraceLine& line, bool keep) {
+  if (keep) return decoder_.Decode(line);
+  TraceDecoder scratch = decoder_;
+  return scratch.Decode(line);
+}
+
+const TraceLine* TracePlayer::Next(TraceLine actual, std::vector<const TraceLine*>* callbacks) {
+  if (dead_ || state_.divergence) return nullptr;
+  if (actual.path) actual.path = PathUnder(*actual.path, programDir_);
+  size_t at = next_;
+  while (at < trace_.lines.size() && !trace_.lines[at].isCall()) ++at;
+  if (at == trace_.lines.size()) {
+    dead_ = true;
+    if (!trace_.Complete()) {
+      state_.ranPastEnd = true;
+      return nullptr;
+    }
+    const int64_t past = trace_.lines.empty() ? 1 : trace_.lines.back().seq + 1;
+    Diverge(past, "(the recorded run made no further call)", actual);
+    return nullptr;
+  }
+  TraceLine expected = trace_.lines[at];
+  if (expected.path) expected.path = PathUnder(*expected.path, trace_.dir);
+  const std::string why = Mismatch(expected, actual);
+  if (!why.empty()) {
+    Diverge(expected.seq, Decode(expected, false) + "  [" + why + "]", actual);
+    return nullptr;
+  }
+  for (size_t i = next_; i < at; ++i) {
+    callbacks->push_back(&trace_.lines[i]);
+    history_.push_back(DecodedRow(trace_.lines[i], Decode(trace_.lines[i], true)));
+  }
+  CheckPacing(trace_.lines[at]);
+  history_.push_back(DecodedRow(expected, Decode(expected, true)));
+  while (history_.size() > kHistory) history_.pop_front();
+  next_ = at + 1;
+  ++matched_;
+  return &trace_.lines[at];
+}
+
+void TracePlayer::CheckPacing(const TraceLine& recorded) {
+  const uint64_t nowUs = clock_.NowMs() * 1000;
+  if (trace_.library == TraceLibrary::kBridge && lastRecordedUs_) {
+    const int64_t recordedGap = recorded.tUs - *lastRecordedUs_;
+    const int64_t replayedGap = static_cast<int64_t>(nowUs - lastReplayedUs_);
+    if (replayedGap < recordedGap - kPacingSlackUs) {
+      state_.pacing.push_back({trace_.name, recorded.seq, recordedGap / 1000.0, replayedGap / 1000.0,
+                               Decode(recorded, false)});
+    }
+  }
+  lastRecordedUs_ = recorded.tUs;
+  lastReplayedUs_ = nowUs;
+}
+
+void TracePlayer::Diverge(int64_t call, const std::string& expected, const TraceLine& actual) {
+  dead_ = true;
+  TraceLine shown = actual;
+  shown.seq = call;
+  state_.divergence = Divergence{trace_.name, call, expected, Decode(shown, false),
+                                 std::vector<std::string>(history_.begin(), history_.end())};
+}
+
+void TracePlayer::Finish() {
+  if (dead_ || state_.divergence) return;
+  for (size_t at = next_; at < trace_.lines.size(); ++at) {
+    if (!trace_.lines[at].isCall()) continue;
+    TraceLine expected = trace_.lines[at];
+    if (expected.path) expected.path = PathUnder(*expected.path, trace_.dir);
+    dead_ = true;
+    state_.divergence = Divergence{trace_.name, expected.seq, Decode(expected, false) + "  [missing call]",
+                                   "(none: the run made no further call)",
+                                   std::vector<std::string>(history_.begin(), history_.end())};
+    return;
+  }
+}
+
+}  // namespace calder::replay

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <string>
+
+#include "platform/bridge_library.h"
+#include "platform/upgrade_library.h"
+#include "replay/trace_player.h"
+#include "touchpad/btl_upgrade_config.h"
+
+namespace calder::replay {
+
+// What a traced library answers once it has left its trace.
+constexpr int kDeadDeviceResult = -1;
+
+// btl_hid_transfer.dll answered from a trace: replies and results as
+// recorded, the bytes the run reads filled from the recorded "out".
+class TracedBridge : public BridgeLibrary {
+ public:
+  TracedBridge(const Trace& trace, const std::string& programDir, Clock& clock, ReplayState& state)
+      : player(trace, programDir, clock, state) {}
+
+  int btl_init_driver_7853() override { return Simple(kInitDriver); }
+  int btl_open_device() override { return Simple(kOpenDevice); }
+  int btl_write_data(unsigned char* buffer, int length) override;
+  int btl_read_data(unsigned char* buffer, int length) override;
+  int btl_close_device() override { return Simple(kCloseDevice); }
+  int btl_uninstall_driver() override { return Simple(kUninstallDriver); }
+
+  TracePlayer player;
+
+ private:
+  int Simple(BridgeEntryPoint entry);
+};
+
+// btl_upgrade.dll answered from a trace. The callbacks recorded before a
+// call are made, in order, during that call through the record the run
+// gave at init.
+class TracedUpgrade : public UpgradeLibrary {
+ public:
+  TracedUpgrade(const Trace& trace, const std::string& programDir, Clock& clock, ReplayState& state)
+      : player(trace, programDir, clock, state) {}
+
+  int32_t Init(btl_upgrade_config* config) override;
+  int32_t UpgradeFromFile(const char* path) override;
+  int32_t GetChecksum(uint32_t* checksum) override;
+  int32_t GetFirmwareVersion(uint8_t* version) override;
+  int32_t GetChipId(uint8_t* chipId) override;
+  int32_t CheckNeedUpgrade(const char* path, uint32_t* needUpgrade) override;
+  void Deinit() override;
+
+  TracePlayer player;
+
+ private:
+  // Plays the call: callbacks, then the recorded "out" into `value`
+  // (`size` bytes, little-endian) and the recorded result.
+  int32_t Play(TraceLine actual, void* value, size_t size);
+
+  btl_progress_callback progress_ = nullptr;
+  btl_log_callback log_ = nullptr;
+};
+
+// The program's file as a trace records it: its SHA-256, none when unreadable.
+std::optional<std::string> FileSha256(const std::string& path);
+
+// A call as the run makes it, for the player to match.
+TraceLine CallLine(const char* fn);
+TraceConfig ConfigLine(const btl_upgrade_config* config);
+
+}  // namespace calder::replay

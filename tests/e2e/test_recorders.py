@@ -1,0 +1,122 @@
+"""The recorders in front of the stand-in vendor DLLs: a run through them is
+the run without them, a vendor folder open to ordinary users, foreign or a
+link is not loaded from, and a run cut off during the force write leaves a
+bridge trace that ends where the sensor stopped and replays to that cut."""
+
+import json
+import os
+import re
+import subprocess
+import time
+import unittest
+from concurrent.futures import ThreadPoolExecutor
+
+from calder_e2e import BUILD, LOG_DIR, SOURCE, Stage, hid_standins_in_system32, main, windows_path
+
+STAND_INS = ["sim/btl_upgrade/btl_upgrade.dll", "stand-ins/btl_hid_transfer.dll", "loading_dark.json"]
+BACKGROUND = ThreadPoolExecutor(max_workers=1)
+WRITE_FLASH = re.compile(r"^ff570000..01810301")  # a Write flash command frame
+
+
+class SensorStage(Stage):
+    """calder.exe with the stand-ins and firmware; recording=True turns it
+    into the recording layout with scripts/recording-package."""
+
+    def __init__(self, name, recording, image_size=1000):
+        super().__init__(name + "-plain")
+        for built in STAND_INS:
+            self.copy_in(BUILD / built)
+        self.add("TP/tp_fw.bin", b"\xff" * 0x102 + b"\x05")
+        self.add("Force/1.0.2.3.bin", bytes(i % 251 + 1 for i in range(image_size)))
+        if recording:
+            plain, self.dir = self.dir, BUILD / "e2e" / name
+            subprocess.run(["rm", "-rf", self.dir], check=True)
+            subprocess.run([SOURCE / "scripts/recording-package", plain, self.dir], check=True,
+                           env={**os.environ, "CALDER_RECORDERS": str(BUILD / "recorder")},
+                           stdout=subprocess.DEVNULL)
+            self.exe, self.cwd = self.dir / "calder.exe", self.dir
+        self.sensor = self.add("sensor/force_sensor_scenario.txt", b"version=1.0.2.3\n").parent
+        self.record = self.dir / "btl_record.txt"
+
+    def update(self, env=None, **kwargs):
+        return self.run("--update", env={"CALDER_FORCE_SIM_DIR": windows_path(self.sensor),
+                                         "BTL_SIM_RECORD": windows_path(self.record), **(env or {})},
+                        **kwargs)
+
+    def seen(self):
+        """What the stand-ins saw: the upgrade library's calls, the sensor's state and flash."""
+        return [self.record.read_text().replace(windows_path(self.dir), "<stage>"),
+                (self.sensor / "force_sensor_state.txt").read_text(),
+                (self.sensor / "force_sensor_flash.bin").read_bytes()]
+
+
+def traces(result):
+    """The run's trace files by library, found by the pid in its log's name."""
+    pid = re.search(r"_(\d+)\.log$", result.log_path.name).group(1)
+    return {re.search(r"_([a-z]+)\.ndjson$", p.name).group(1): p
+            for p in LOG_DIR.glob(f"CalderTrace_*_{pid}_*.ndjson")}
+
+
+class RecordersTest(unittest.TestCase):
+    def test_a_recorded_run_is_the_run_without_recorders(self):
+        runs = []
+        for recording in [False, True]:
+            stage = SensorStage("recorders-same", recording)
+            with hid_standins_in_system32() as overrides:
+                result = stage.update(env=overrides)
+            log = [line.replace(windows_path(stage.dir), "<stage>") for line in result.lines()]
+            runs.append((result.rc, log, stage.seen(), traces(result)))
+        (plain_rc, plain_log, plain_seen, none), (rc, log, seen, recorded) = runs
+        self.assertEqual((rc, log, seen), (plain_rc, plain_log, plain_seen))
+        self.assertEqual((rc, none, sorted(recorded)), (0, {}, ["bridge", "upgrade"]))
+        for library, last in [("bridge", "btl_uninstall_driver"), ("upgrade", "btl_upgrade_deinit")]:
+            lines = [json.loads(line) for line in recorded[library].read_text().splitlines()]
+            self.assertEqual((lines[0]["calder_trace"], lines[0]["dir"], lines[-1]["fn"]),
+                             (1, windows_path(stage.dir), last))
+
+    def test_a_vendor_folder_that_is_open_foreign_or_a_link_is_not_loaded_from(self):
+        # As Wine shows them: o+w lets Everyone write, another Unix user owns,
+        # a symbolic link is a reparse point.
+        for name, plant in [("open", lambda vendor: vendor.chmod(0o777)),
+                            ("foreign", lambda vendor: os.chown(vendor, 4242, 0)),
+                            ("linked", lambda vendor: (vendor.rename(vendor.with_name("real")),
+                                                       vendor.symlink_to("real")))]:
+            stage = SensorStage("recorders-vendor-" + name, True)
+            plant(stage.dir / "vendor")
+            result = stage.update()
+            self.assertEqual(result.rc, 1, name)
+            self.assertIn("ERROR: Init failed with error code: 126", result.messages())
+            self.assertFalse(stage.record.exists() or (stage.sensor / "force_sensor_state.txt").exists())
+
+    def test_a_run_cut_off_during_the_write_keeps_its_trace_up_to_the_cut(self):
+        stage = SensorStage("recorders-cut", True, image_size=0x2000)
+        before = set(LOG_DIR.glob("Calder_*.log"))
+        run = BACKGROUND.submit(stage.update)
+        while not any("start write flash" in log.read_text(errors="replace")
+                      for log in set(LOG_DIR.glob("Calder_*.log")) - before):
+            self.assertFalse(run.done(), "the run ended before its force write")
+            time.sleep(0.05)
+        time.sleep(1)  # some blocks into the write
+        log = next(iter(set(LOG_DIR.glob("Calder_*.log")) - before))
+        pid = re.search(r"_(\d+)\.log$", log.name).group(1)
+        subprocess.run(["wine", "taskkill", "/f", "/pid", pid], capture_output=True, check=True)
+        result = run.result()
+        cut = traces(result)
+        text = cut["bridge"].read_text()
+        lines = text[:text.rfind("\n") + 1].splitlines()  # a line cut mid-way is dropped
+        state = dict(line.split("=", 1) for line in (stage.sensor / "force_sensor_state.txt")
+                     .read_text().splitlines())
+        traced = sum(1 for line in lines[1:] if WRITE_FLASH.match(json.loads(line).get("in") or ""))
+        self.assertNotIn("main returned", result.log_text)
+        self.assertTrue(0 < traced < 0x2000 // 64, traced)
+        # The line of a call cut in flight may be missing, no more.
+        self.assertIn(int(state["written_blocks"]) - traced, (0, 1))
+        # Replayed, every recorded call matches and the run goes on past the cut.
+        replay = subprocess.run(["wine", BUILD / "calder-replay.exe", "--package",
+                                 windows_path(stage.dir), *map(windows_path, cut.values())],
+                                capture_output=True, text=True)
+        self.assertEqual(replay.returncode, 5, replay.stdout + replay.stderr)
+
+
+if __name__ == "__main__":
+    main()
