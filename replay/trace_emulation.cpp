@@ -1,5 +1,7 @@
 #include "replay/trace_emulation.h"
 
+#include <algorithm>
+
 namespace calder::replay {
 
 TraceEmulation::TraceEmulation(TraceLibrary library, const std::string& tracePath,
@@ -34,7 +36,10 @@ std::vector<std::string> TraceEmulation::TakeProblems() {
     const Divergence& d = *state_.divergence;
     std::string text = "divergence at call " + std::to_string(d.call) + ": " + d.trace + ": expected " +
                        d.expected + "; actual " + d.actual;
-    if (!d.before.empty()) text += "; last matching call " + d.before.back();
+    if (!d.before.empty()) {
+      const std::string& last = d.before.back();
+      text += "; last matching call " + last.substr(std::min(last.find_first_not_of(' '), last.size()));
+    }
     problems_.push_back(text);
   }
   if (state_.ranPastEnd && read_ && !endTold_) {

@@ -12,48 +12,58 @@ from calder_e2e import BUILD, SOURCE, Stage, hid_standins_in_system32, main, win
 
 TRACES = SOURCE / "tests" / "traces"
 STAND_INS = ["sim/btl_upgrade/btl_upgrade.dll", "stand-ins/btl_hid_transfer.dll", "loading_dark.json"]
-WRITE_FLASH = re.compile(r"^ff570000..01810301")  # a Write flash command frame
+WRITE_FLASH = "ff570000..01810301"  # a Write flash command frame
 LIBRARY_FILES = ("force_update.cpp", "update_fw.cpp", "read_firmware_content.cpp", "tp_update.cpp")
 
 
-def update(name, trace=None, force_byte=None):
-    """--update with the package the traces were recorded with; answered from
-    the trace NAME.*.ndjson when given, else by the models."""
+def update(name, scenario="", trace=None, changed=None):
+    """--update with the package the traces were recorded with and the
+    sensor's scenario; answered from the traces NAME.*.ndjson when given, else
+    by the models. changed: a firmware file whose first byte differs."""
     stage = Stage("emulate-" + name)
     for built in STAND_INS:
         stage.copy_in(BUILD / built)
     shutil.copytree(TRACES / "package", stage.dir, dirs_exist_ok=True)
-    if force_byte is not None:
-        image = bytearray(stage.dir.joinpath("Force/1.0.2.3.bin").read_bytes())
-        image[force_byte] ^= 0x01
-        stage.add("Force/1.0.2.3.bin", bytes(image))
-    scenario, env = "version=1.0.2.3\n", {}
+    if changed:
+        data = (stage.dir / changed).read_bytes()
+        stage.add(changed, bytes([data[0] ^ 1]) + data[1:])
+    env = {}
     if trace:
         scenario += "trace=" + windows_path(TRACES / (trace + ".bridge.ndjson")) + "\n"
         env["BTL_SIM_TRACE"] = windows_path(TRACES / (trace + ".upgrade.ndjson"))
-    stage.add("force_sensor_scenario.txt", scenario.encode())
+    stage.add("force_sensor_scenario.txt", ("version=1.0.2.3\n" + scenario).encode())
     with hid_standins_in_system32() as overrides:
-        result = stage.run("--update", env={**overrides, **env}, violations_expected=force_byte is not None)
-    return result, [line.replace(windows_path(stage.dir), "<stage>") for line in result.lines()
-                    if line.split(" ")[1].rstrip(":") in LIBRARY_FILES]
+        result = stage.run("--update", env={**overrides, **env}, violations_expected=bool(changed))
+    return result, [repr(e).replace(windows_path(stage.dir), "<stage>") for e in result.log
+                    if e.file.rsplit("/", 1)[-1] in LIBRARY_FILES]
+
+
+def first_call(trace, fn, bytes_pattern=""):
+    lines = [json.loads(line) for line in (TRACES / trace).read_text().splitlines()[1:]]
+    return next(line["seq"] for line in lines
+                if line.get("fn") == fn and re.match(bytes_pattern, line.get("in") or ""))
 
 
 class TraceEmulationTest(unittest.TestCase):
     def test_a_recorded_laptop_answers_the_real_program_as_it_answered_the_recording(self):
-        modelled_rc, modelled = update("models")
-        result, lines = update("clean-update", trace="clean-update")
-        self.assertEqual((result.rc, lines), (modelled_rc, modelled))
+        modelled = update("models", "wrong_connect_replies=2\n")
+        result, lines = update("connect-wrong-twice", trace="connect-wrong-twice")
+        self.assertEqual((result.rc, lines), (modelled[0].rc, modelled[1]))
         self.assertEqual(result.rc, 0)
-        self.assertIn("INFO update_fw.cpp: upgrade finish ret = 0", lines)
+        for line in ["INFO update_fw.cpp: ConnectCmd Error", "INFO update_fw.cpp: upgrade finish ret = 0"]:
+            self.assertIn(line, lines)
 
-    def test_a_firmware_byte_that_differs_is_a_divergence_at_its_write(self):
-        recorded = [json.loads(line) for line in (TRACES / "clean-update.bridge.ndjson").open()][1:]
-        first_write = next(line["seq"] for line in recorded if WRITE_FLASH.match(line.get("in") or ""))
-        result, _ = update("changed-byte", trace="clean-update", force_byte=0)
-        self.assertEqual(result.rc, 1)
-        self.assertTrue(result.violations[0].startswith(
-            f"btl_hid_transfer: divergence at call {first_write}: "), result.violations)
-        self.assertEqual(len(result.violations), 1, result.violations)
+    def test_a_firmware_byte_that_differs_is_a_divergence_at_the_call_that_carries_it(self):
+        for changed, library, call in [
+                ("Force/1.0.2.3.bin", "btl_hid_transfer",
+                 first_call("clean-update.bridge.ndjson", "btl_write_data", WRITE_FLASH)),
+                ("TP/tp_fw.bin", "btl_upgrade",
+                 first_call("clean-update.upgrade.ndjson", "btl_upgrade_from_file"))]:
+            result, _ = update("changed-" + library, trace="clean-update", changed=changed)
+            self.assertEqual(result.rc, 1, changed)
+            self.assertEqual(len(result.violations), 1, result.violations)
+            self.assertTrue(result.violations[0].startswith(f"{library}: divergence at call {call}: "),
+                            result.violations)
 
 
 if __name__ == "__main__":
