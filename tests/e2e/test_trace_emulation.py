@@ -1,7 +1,7 @@
-"""The real calder.exe against a recorded laptop: both stand-in vendor DLLs
-answer from a committed trace in tests/traces/ instead of their models. The
-run ends as the recorded one did; a firmware file that differs by one byte
-makes the bridge stand-in record where the run left its trace."""
+# The real calder.exe against a recorded laptop: both stand-in vendor DLLs
+# answer from a committed trace in tests/traces/ instead of their models. The
+# run ends as the recorded one did; a firmware file that differs by one byte
+# makes the stand-in record where the run left its trace.
 
 import json
 import re
@@ -16,10 +16,10 @@ WRITE_FLASH = "ff570000..01810301"  # a Write flash command frame
 LIBRARY_FILES = ("force_update.cpp", "update_fw.cpp", "read_firmware_content.cpp", "tp_update.cpp")
 
 
+# --update with the package the traces were recorded with and the sensor's
+# scenario; answered from the traces TRACE.*.ndjson when given, else by the
+# models. changed: a firmware file whose first byte differs.
 def update(name, scenario="", trace=None, changed=None):
-    """--update with the package the traces were recorded with and the
-    sensor's scenario; answered from the traces NAME.*.ndjson when given, else
-    by the models. changed: a firmware file whose first byte differs."""
     stage = Stage("emulate-" + name)
     for built in STAND_INS:
         stage.copy_in(BUILD / built)
