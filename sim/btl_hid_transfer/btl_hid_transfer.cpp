@@ -5,20 +5,26 @@
 //   force_sensor_scenario.txt  faults and version, "key=value" lines
 //   force_sensor_state.txt     mode, version and what the sensor saw
 //   force_sensor_flash.bin     the application flash from 0x01001000
+// A scenario line "trace=PATH" answers every call from that recorded trace
+// instead of the model.
 #include <windows.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "platform/clock.h"
+#include "replay/trace_emulation.h"
 #include "sim/force_sensor.h"
 #include "sim/force_sensor_files.h"
 #include "sim/stand_in_violations.h"
 
 namespace {
 
+using calder::BridgeLibrary;
+using calder::replay::TraceEmulation;
 using calder::sim::ForceSensor;
 
 constexpr uint64_t kStandInBootWindowMs = 50;
@@ -33,6 +39,34 @@ std::string ThisFolder() {
   std::string folder = path;
   const size_t slash = folder.find_last_of("\\/");
   return slash == std::string::npos ? "." : folder.substr(0, slash);
+}
+
+// Recorded paths are compared relative to the folder of the program that runs.
+std::string ProgramFolder() {
+  char path[MAX_PATH] = {};
+  const DWORD length = GetModuleFileNameA(nullptr, path, MAX_PATH);
+  const std::string program(path, length < MAX_PATH ? length : 0);
+  const size_t slash = program.find_last_of("\\/");
+  return slash == std::string::npos ? "." : program.substr(0, slash);
+}
+
+// Takes the "trace=" line out of the scenario: the model never sees it.
+std::string TakeTraceSetting(std::string* scenario) {
+  std::string rest, trace;
+  size_t at = 0;
+  while (at < scenario->size()) {
+    size_t end = scenario->find('\n', at);
+    end = end == std::string::npos ? scenario->size() : end + 1;
+    const std::string line = scenario->substr(at, end - at);
+    if (line.compare(0, 6, "trace=") == 0) {
+      trace = line.substr(6, line.find_last_not_of("\r\n") - 5);
+    } else {
+      rest += line;
+    }
+    at = end;
+  }
+  *scenario = rest;
+  return trace;
 }
 
 bool ReadFile(const std::string& path, std::string* content) {
@@ -72,6 +106,11 @@ class StandIn {
     }
     text.clear();
     if (ReadFile(folder + "\\force_sensor_scenario.txt", &text)) {
+      const std::string trace = TakeTraceSetting(&text);
+      if (!trace.empty()) {
+        emulation_ = std::make_unique<TraceEmulation>(calder::replay::TraceLibrary::kBridge, trace,
+                                                      ProgramFolder());
+      }
       std::string bad;
       if (!calder::sim::ApplyScenario(text, &sensor_, &bad)) {
         std::fprintf(stderr, "force sensor stand-in: bad scenario line: %s\n", bad.c_str());
@@ -80,6 +119,7 @@ class StandIn {
   }
 
   ForceSensor& sensor() { return sensor_; }
+  TraceEmulation* emulation() { return emulation_.get(); }
 
   // Saves only what changed, so a long write stays fast but a cut run still
   // leaves the flash as far as it got.
@@ -121,19 +161,33 @@ class StandIn {
 
   calder::SteadyClock clock_;
   ForceSensor sensor_;
+  std::unique_ptr<TraceEmulation> emulation_;
   std::string statePath_;
   std::string flashPath_;
   Snapshot saved_;
 };
 
+StandIn* live = nullptr;
+
 StandIn& Sim() {
   static StandIn standIn;
+  live = &standIn;
   return standIn;
+}
+
+void ReportEmulation(TraceEmulation& emulation) {
+  for (const std::string& problem : emulation.TakeProblems()) calder::sim::RecordViolation(problem);
+  calder::sim::ReportViolations("btl_hid_transfer");
 }
 
 template <typename Call>
 int Saved(Call call) {
   StandIn& s = Sim();
+  if (TraceEmulation* emulation = s.emulation()) {
+    const int result = call(emulation->bridge());
+    ReportEmulation(*emulation);
+    return result;
+  }
   const int result = call(s.sensor());
   s.Save();
   calder::sim::ReportViolations("btl_hid_transfer");
@@ -144,28 +198,38 @@ int Saved(Call call) {
 
 extern "C" {
 
+// A run that ends short of its trace is told when the program lets go of the
+// library (static objects still live here).
+BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID) {
+  if (reason == DLL_PROCESS_DETACH && live != nullptr && live->emulation() != nullptr) {
+    live->emulation()->Finish();
+    ReportEmulation(*live->emulation());
+  }
+  return TRUE;
+}
+
 __declspec(dllexport) int btl_init_driver_7853() {
-  return Saved([](ForceSensor& f) { return f.btl_init_driver_7853(); });
+  return Saved([](BridgeLibrary& f) { return f.btl_init_driver_7853(); });
 }
 
 __declspec(dllexport) int btl_open_device() {
-  return Saved([](ForceSensor& f) { return f.btl_open_device(); });
+  return Saved([](BridgeLibrary& f) { return f.btl_open_device(); });
 }
 
 __declspec(dllexport) int btl_write_data(unsigned char* buffer, int length) {
-  return Saved([&](ForceSensor& f) { return f.btl_write_data(buffer, length); });
+  return Saved([&](BridgeLibrary& f) { return f.btl_write_data(buffer, length); });
 }
 
 __declspec(dllexport) int btl_read_data(unsigned char* buffer, int length) {
-  return Saved([&](ForceSensor& f) { return f.btl_read_data(buffer, length); });
+  return Saved([&](BridgeLibrary& f) { return f.btl_read_data(buffer, length); });
 }
 
 __declspec(dllexport) int btl_close_device() {
-  return Saved([](ForceSensor& f) { return f.btl_close_device(); });
+  return Saved([](BridgeLibrary& f) { return f.btl_close_device(); });
 }
 
 __declspec(dllexport) int btl_uninstall_driver() {
-  return Saved([](ForceSensor& f) { return f.btl_uninstall_driver(); });
+  return Saved([](BridgeLibrary& f) { return f.btl_uninstall_driver(); });
 }
 
 }  // extern "C"
