@@ -8,7 +8,7 @@
 
 #include "base/log.h"
 #include "replay/replay_run.h"
-#include "replay/trace_decoder.h"
+#include "sim/trace/trace_decoder.h"
 
 namespace {
 

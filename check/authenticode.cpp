@@ -8,7 +8,7 @@
 #include "check/der_reader.h"
 #include "check/le_bytes.h"
 #include "check/pe_reader.h"
-#include "check/sha256.h"
+#include "base/sha256.h"
 
 namespace calder::check {
 

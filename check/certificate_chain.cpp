@@ -4,7 +4,7 @@
 #include <set>
 #include <utility>
 
-#include "check/sha256.h"
+#include "base/sha256.h"
 
 namespace calder::check {
 

@@ -16,7 +16,7 @@
 #include "check/package_machine.h"
 #include "check/package_manifest.h"
 #include "check/pe_reader.h"
-#include "check/sha256.h"
+#include "base/sha256.h"
 #include "check/system_libraries.h"
 #include "platform/bridge_library.h"
 #include "platform/environment.h"

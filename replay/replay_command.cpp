@@ -7,8 +7,8 @@
 #include <system_error>
 
 #include "replay/replay_run.h"
-#include "replay/trace.h"
-#include "replay/trace_decoder.h"
+#include "sim/trace/trace.h"
+#include "sim/trace/trace_decoder.h"
 
 namespace calder::replay {
 

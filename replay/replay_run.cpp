@@ -9,7 +9,7 @@
 #include "check/log_recorder.h"
 #include "check/package_machine.h"
 #include "replay/trace_recorder.h"
-#include "replay/traced_libraries.h"
+#include "sim/trace/traced_libraries.h"
 #include "sim/protocol_violations.h"
 #include "sim/simulated_laptop.h"
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "replay/trace.h"
-#include "replay/trace_player.h"
+#include "sim/trace/trace.h"
+#include "sim/trace/trace_player.h"
 #include "sim/simulated_laptop.h"
 
 namespace calder::replay {

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "replay/traced_libraries.h"
+#include "sim/trace/traced_libraries.h"
 
 namespace calder::replay {
 

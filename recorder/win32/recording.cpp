@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "check/sha256.h"
+#include "base/sha256.h"
 #include "driver/folder_trust.h"
 #include "platform/win32/folder_security.h"
 #include "recorder/trace_place.h"

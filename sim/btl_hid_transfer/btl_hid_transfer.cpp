@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "platform/clock.h"
-#include "replay/trace_emulation.h"
+#include "sim/trace/trace_emulation.h"
 #include "sim/force_sensor.h"
 #include "sim/force_sensor_files.h"
 #include "sim/stand_in_violations.h"

@@ -20,7 +20,7 @@
 #include <optional>
 #include <string>
 
-#include "replay/trace_emulation.h"
+#include "sim/trace/trace_emulation.h"
 #include "sim/stand_in_violations.h"
 #include "sim/touchpad_controller.h"
 

@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <string>
 
-#include "replay/trace.h"
-#include "replay/trace_decoder.h"
+#include "sim/trace/trace.h"
+#include "sim/trace/trace_decoder.h"
 #include "tests/fuzz/fuzz_input.h"
 
 namespace {

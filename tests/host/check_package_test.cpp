@@ -26,7 +26,7 @@
 #include "check/package_machine.h"
 #include "check/pe_reader.h"
 #include "check/report_writer.h"
-#include "check/sha256.h"
+#include "base/sha256.h"
 #include "check/trust_file.h"
 #include "platform/bridge_library.h"
 #include "platform/upgrade_library.h"

@@ -8,9 +8,9 @@
 
 #include "force/boot_loader_packets.h"
 #include "replay/replay_run.h"
-#include "replay/trace.h"
-#include "replay/trace_decoder.h"
-#include "replay/traced_libraries.h"
+#include "sim/trace/trace.h"
+#include "sim/trace/trace_decoder.h"
+#include "sim/trace/traced_libraries.h"
 #include "tests/support/force_rig.h"
 
 namespace calder::replay {

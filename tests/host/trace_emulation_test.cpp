@@ -3,7 +3,7 @@
 #include <fstream>
 #include <string>
 
-#include "replay/trace_emulation.h"
+#include "sim/trace/trace_emulation.h"
 
 namespace calder::replay {
 namespace {

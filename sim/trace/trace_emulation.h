@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "platform/clock.h"
-#include "replay/traced_libraries.h"
+#include "sim/trace/traced_libraries.h"
 
 namespace calder::replay {
 

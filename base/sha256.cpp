@@ -1,4 +1,4 @@
-#include "check/sha256.h"
+#include "base/sha256.h"
 
 #include <algorithm>
 #include <cstring>

@@ -4,7 +4,7 @@
 
 #include "platform/bridge_library.h"
 #include "platform/upgrade_library.h"
-#include "replay/trace_player.h"
+#include "sim/trace/trace_player.h"
 #include "touchpad/btl_upgrade_config.h"
 
 namespace calder::replay {

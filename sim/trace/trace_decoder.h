@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "replay/trace.h"
+#include "sim/trace/trace.h"
 
 namespace calder::replay {
 

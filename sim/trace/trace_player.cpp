@@ -1,4 +1,4 @@
-#include "replay/trace_player.h"
+#include "sim/trace/trace_player.h"
 
 #include <cctype>
 #include <utility>

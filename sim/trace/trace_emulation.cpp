@@ -1,4 +1,4 @@
-#include "replay/trace_emulation.h"
+#include "sim/trace/trace_emulation.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "replay/trace_decoder.h"
+#include "sim/trace/trace_decoder.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,9 +1,9 @@
-#include "replay/traced_libraries.h"
+#include "sim/trace/traced_libraries.h"
 
 #include <cstdio>
 #include <cstring>
 
-#include "check/sha256.h"
+#include "base/sha256.h"
 
 namespace calder::replay {
 

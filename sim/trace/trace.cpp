@@ -1,4 +1,4 @@
-#include "replay/trace.h"
+#include "sim/trace/trace.h"
 
 #include <nlohmann/json.hpp>
 
