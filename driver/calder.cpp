@@ -47,18 +47,22 @@ void PostWhileShown(EntryPlatform& platform, int percent) {
   if (g_hProgressWnd != nullptr && g_bProgressWindowActive) platform.PostProgress(g_hProgressWnd, percent);
 }
 
+// An exception escaping main fails the run through the ordinary ending: else
+// the window would stay, the lock stay held and shutdowns stay refused, or the
+// runtime would end the process with the lock abandoned.
+int RunDriver(const EntrySeams& seams, const CommandLine& line) {
+  try {
+    return seams.driver(line.argc, line.argv);
+  } catch (...) {
+    return 1;
+  }
+}
+
 // Runs main on the worker, then reports 100 % and closes the window.
 int RunMainOnWorker(const EntrySeams& seams, const CommandLine& line, ShutdownGuard& guard) {
   EntryPlatform& platform = seams.platform;
   platform.FineTimer(true);
-  int rc = 1;
-  // An exception escaping main fails the run through the same closing order:
-  // else the window would stay, the lock stay held and shutdowns stay refused.
-  try {
-    rc = seams.driver(line.argc, line.argv);
-  } catch (...) {
-    rc = 1;
-  }
+  const int rc = RunDriver(seams, line);
   LOG(INFO) << lines::kMainReturned << rc;
   platform.FineTimer(false);
   guard.WorkerFinished();
@@ -116,7 +120,7 @@ int RunEntry(const EntrySeams& seams, const CommandLine& line) {
   LOG(INFO) << lines::kCurrentVersion << kToolVersion;
   const RunAdmission admission(line, seams.lock, seams.power);
   if (!admission.Admitted()) return 1;
-  if (line.versionQuery) return seams.driver(line.argc, line.argv);
+  if (line.versionQuery) return RunDriver(seams, line);
 
   EntryPlatform& platform = seams.platform;
   if (void* helper = platform.FindGestureHelper()) {

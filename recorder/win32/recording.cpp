@@ -7,6 +7,7 @@
 #include "base/sha256.h"
 #include "driver/folder_trust.h"
 #include "platform/win32/folder_security.h"
+#include "platform/win32/win32_seams.h"
 #include "recorder/trace_place.h"
 
 namespace calder::recorder {
@@ -183,16 +184,9 @@ DWORD WINAPI Recording::FlushLoop(void* sink) {
 void Recording::OpenTrace() {
   InspectingFiles files;
   if (!CheckFolderChain(files, kTraceTrustRoot, kTraceFolder).trusted) return;
-  SYSTEMTIME now;
-  GetLocalTime(&now);
-  LocalTime local;
-  local.year = now.wYear;
-  local.month = now.wMonth;
-  local.day = now.wDay;
-  local.hour = now.wHour;
-  local.minute = now.wMinute;
-  local.second = now.wSecond;
-  const unsigned long pid = GetCurrentProcessId();
+  Win32ProcessInfo process;
+  const LocalTime local = process.Now();
+  const unsigned long pid = process.ProcessId();
   const std::string path =
       std::string(kTraceFolder) + "\\" + TraceFileName(local, pid, library_.c_str());
   if (!CheckFileTarget(files, path).trusted) return;

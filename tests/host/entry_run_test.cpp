@@ -85,6 +85,7 @@ TEST(EntryRunTest, RunsEachModeInItsOrder) {
        {version, "find", missing, "show", "ERROR calder.cpp: progress window could not be created", "1 ms",
         "main", returned + "3", "timer back", "close null", "find", "release"}},
       {{"--version"}, false, true, true, true, Main::kReturns3, 3, {version, "main", "release"}},
+      {{"--version"}, false, true, true, true, Main::kThrows, 1, {version, "main", "release"}},
       {{"--version"}, true, true, true, true, Main::kReturns3, 1,
        {version, "INFO run_guards.cpp: version report refused",
         "ERROR run_guards.cpp: another update is running"}},

@@ -105,16 +105,12 @@ void SimulatedMachine::StageFiles() {
 
 std::vector<std::string> SimulatedMachine::Run(const std::vector<std::string>& args) {
   StageFiles();
-  Environment env;
-  env.clock = &clock;
-  env.files = this;
-  env.process = this;
-  env.com = this;
-  env.bridge = bridgeLibraryInstalled ? &sensor : nullptr;
-  env.upgrade = upgradeLibraryInstalled ? &touchpad : nullptr;
-  env.hid = &touch;
-  env.wmi = &bios;
-  ScopedEnvironment scope(env);
+  laptop.files = this;
+  laptop.process = this;
+  laptop.com = this;
+  laptop.bridge = bridgeLibraryInstalled ? &sensor : nullptr;
+  laptop.upgrade = upgradeLibraryInstalled ? &touchpad : nullptr;
+  ScopedEnvironment scope(laptop.Wiring());
 
   LogWriter log(clock, start);
   std::vector<std::string> argv = {"calder.exe"};

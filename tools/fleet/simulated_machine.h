@@ -5,16 +5,13 @@
 #include <string>
 #include <vector>
 
-#include "check/behaving_bios.h"
 #include "platform/clock.h"
 #include "platform/com_runtime.h"
 #include "platform/file_system.h"
 #include "platform/power_status.h"
 #include "platform/process_info.h"
 #include "platform/update_lock.h"
-#include "sim/force_sensor.h"
-#include "sim/touch_device.h"
-#include "sim/touchpad_controller.h"
+#include "sim/simulated_laptop.h"
 
 namespace calder::fleet {
 
@@ -26,11 +23,11 @@ class SimulatedMachine : public FileSystem, public ProcessInfo, public ComRuntim
   // Firmware files are written under stage, which must exist.
   explicit SimulatedMachine(std::filesystem::path stage);
 
-  VirtualClock clock;
-  sim::ForceSensor sensor{clock};
-  sim::TouchpadController touchpad;
-  sim::TouchDevice touch{clock};
-  check::BehavingBios bios;
+  sim::SimulatedLaptop laptop;
+  VirtualClock& clock = laptop.clock;
+  sim::ForceSensor& sensor = laptop.sensor;
+  sim::TouchpadController& touchpad = laptop.touchpad;
+  sim::TouchDevice& touch = laptop.touch;
   bool upgradeLibraryInstalled = true;
   bool bridgeLibraryInstalled = true;
   long comResult = 0;
