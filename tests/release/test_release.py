@@ -146,12 +146,15 @@ class ReleaseTest(unittest.TestCase):
                 self.assertEqual(result.returncode, 0, result.stderr)
                 output.with_suffix(".new").replace(output)
         check = self.out.with_name("OUT-check") / "calder-check.exe"
+        # A Wine prefix of its own: the Wine tests that run beside this one own the suite's.
+        wine = dict(os.environ, WINEPREFIX=str(self.work / "wineprefix"))
+        self.addCleanup(run, "wineserver", "-k", env=wine)
         for package, rc, verdict in [("OUT", 0, "ship"), ("re-signed", 1, "do-not-ship")]:
             # Paths relative to the folder Wine starts in.
             args = ["wine", check, "--release", "--trust", "cert/cert.pem", "--json", package]
-            result = run(*args, cwd=self.work)
+            result = run(*args, cwd=self.work, env=wine)
             if result.returncode not in (0, 1):  # Wine itself failed to start it
-                result = run(*args, cwd=self.work)
+                result = run(*args, cwd=self.work, env=wine)
             report = json.loads(result.stdout)
             untrusted = sorted(f["path"] for f in report["findings"] if f["code"] == "signer-untrusted")
             self.assertEqual((result.returncode, report["verdict"], untrusted),
