@@ -79,11 +79,14 @@ bool ReadFile(const std::string& path, std::string* content) {
   return true;
 }
 
+// Whole or not at all: a run killed in the middle leaves the last saved state,
+// never a file cut short.
 void WriteFile(const std::string& path, const void* data, size_t size) {
-  std::FILE* file = std::fopen(path.c_str(), "wb");
+  const std::string fresh = path + ".new";
+  std::FILE* file = std::fopen(fresh.c_str(), "wb");
   if (file == nullptr) return;
-  std::fwrite(data, 1, size, file);
-  std::fclose(file);
+  const bool whole = std::fwrite(data, 1, size, file) == size;
+  if (std::fclose(file) == 0 && whole) MoveFileExA(fresh.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING);
 }
 
 class StandIn {
