@@ -227,6 +227,8 @@ TEST(PeReaderBounds, ReadsUpToEachEdgeAndNotOnePast) {
       {"count says one directory", With([](PeLayout& s) { s.directories = 1; }), "", 2, 0},
       {"section table cut short", Cut(0x58 + 240 + 40 + 23), "section table cut short", 0, 0},
       {"last name cut before its NUL", Cut(goodSize - 1), importsOutside, 0, 0},
+      {"import terminator cut by one", With([](PeLayout& s) { s.exports = {}, s.imports = {}; }, 0x400 + 59),
+       importsOutside, 0, 0},
       {"export directory ends the section", ExportDirectoryAtTheEnd(40, 40), "", 0, 2},
       {"export directory cut by one", ExportDirectoryAtTheEnd(39, 39), exportsOutside, 0, 0},
       {"export directory past the raw data", ExportDirectoryAtTheEnd(0, 0, 0x100, 0x100), exportsOutside, 0, 0},
@@ -367,6 +369,10 @@ TEST(AuthenticodeSigner, SignatureOverTheAttributesVerifiesAndTheSignerChainsToA
   ASSERT_FALSE(rsa.empty() || p256.empty() || leaf.empty()) << "osslsigncode could not sign";
   const std::string moved = "not that of the signed content", forged = "does not verify with the signing certificate",
                     untrusted = "untrusted: its signing certificate does not chain";
+  const auto times = [](size_t n, const char* file, std::vector<std::string> then) {
+    then.insert(then.begin(), n, file);
+    return then;
+  };
   // Image, the certificates trusted, and "valid" or what the problem says.
   const std::tuple<const char*, Bytes, std::vector<std::string>, std::string> cases[] = {
       {"RSA 2048", rsa, {}, "valid"},
@@ -384,6 +390,10 @@ TEST(AuthenticodeSigner, SignatureOverTheAttributesVerifiesAndTheSignerChainsToA
        "valid"},
       {"intermediate not issued by the root", SignPe(image, "sha256", "leaf.key", "fakechain.pem"), {"root.pem"},
        untrusted},
+      // Each candidate issuer costs a signature check; 32 is the most a chain may take.
+      {"the intermediate trusted 40 times over", leaf, times(40, "mid.pem", {}), "valid"},
+      {"30 impostors of the root before it", leaf, times(30, "fake.pem", {"root.pem"}), "valid"},
+      {"31 impostors", leaf, times(31, "fake.pem", {"root.pem"}), "untrusted: its certificates hold too many"},
       {"issued by a leaf", SignPe(image, "sha256", "mid.key", "underchain.pem"), {"root.pem"}, untrusted},
   };
   for (const auto& [name, signedImage, trusted, expected] : cases) {

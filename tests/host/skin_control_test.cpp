@@ -109,6 +109,7 @@ TEST_F(SkinManager, TextVisibilityAndInvalidationRepaintWithinTheContainers) {
   EXPECT_EQ(RectText(b->GetPos()), "100,0,300,40");
   b->SetText(L"0%");
   b->SetText(L"0%");  // unchanged: no repaint
+  b->SetPos(b->GetPos());  // nor an unchanged place
   a->SetVisible(true);
   EXPECT_EQ(Invalidated(), "100,0,300,40 ");
   EXPECT_FALSE(manager.IsUpdateNeeded());

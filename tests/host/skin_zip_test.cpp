@@ -39,6 +39,9 @@ TEST(ZipReader, ReadsDeflatedAndStoredEntriesByExactName) {
   EXPECT_EQ(text, "<Window size=\"10,10\"><control/></Window>");
   ASSERT_EQ(OpenAndExtract(kStored, "b/", &text), ZipError::kNone);
   EXPECT_EQ(text, "");
+  ASSERT_EQ(OpenAndExtract(ReadFile(CALDER_SOURCE_DIR "/tests/fuzz/corpus/skin_zip/skin_one_byte.zip"), "a", &text),
+            ZipError::kNone);
+  EXPECT_EQ(text, "A");  // deflated
   EXPECT_EQ(OpenAndExtract(kStored, "Skin.xml"), ZipError::kNotFound);
   // A comment may hold a stray end signature; trailing bytes it does not cover are no archive.
   const std::string comment = "PK\x05\x06 a comment";
