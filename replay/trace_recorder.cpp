@@ -143,37 +143,31 @@ int32_t RecordingUpgrade::UpgradeFromFile(const char* path) {
   return rc;
 }
 
-int32_t RecordingUpgrade::GetChecksum(uint32_t* checksum) {
+// The three queries: a variable in, the library's answer out.
+template <typename Query>
+int32_t RecordingUpgrade::RecordQuery(UpgradeEntryPoint entry, void* variable, size_t size,
+                                      Query query) {
   const uint64_t at = Entered();
-  TraceLine line = CallLine(kUpgradeLibraryEntryPoints[kGetChecksum]);
-  line.in = Bytes(checksum, 4);
-  const int32_t rc = inner_.GetChecksum(checksum);
-  line.out = Bytes(checksum, 4);
+  TraceLine line = CallLine(kUpgradeLibraryEntryPoints[entry]);
+  line.in = Bytes(variable, size);
+  const int32_t rc = query();
+  line.out = Bytes(variable, size);
   line.rc = rc;
   Done(std::move(line), at);
   return rc;
+}
+
+int32_t RecordingUpgrade::GetChecksum(uint32_t* checksum) {
+  return RecordQuery(kGetChecksum, checksum, 4, [&] { return inner_.GetChecksum(checksum); });
 }
 
 int32_t RecordingUpgrade::GetFirmwareVersion(uint8_t* version) {
-  const uint64_t at = Entered();
-  TraceLine line = CallLine(kUpgradeLibraryEntryPoints[kGetFirmwareVersion]);
-  line.in = Bytes(version, 1);
-  const int32_t rc = inner_.GetFirmwareVersion(version);
-  line.out = Bytes(version, 1);
-  line.rc = rc;
-  Done(std::move(line), at);
-  return rc;
+  return RecordQuery(kGetFirmwareVersion, version, 1,
+                     [&] { return inner_.GetFirmwareVersion(version); });
 }
 
 int32_t RecordingUpgrade::GetChipId(uint8_t* chipId) {
-  const uint64_t at = Entered();
-  TraceLine line = CallLine(kUpgradeLibraryEntryPoints[kGetChipId]);
-  line.in = Bytes(chipId, 1);
-  const int32_t rc = inner_.GetChipId(chipId);
-  line.out = Bytes(chipId, 1);
-  line.rc = rc;
-  Done(std::move(line), at);
-  return rc;
+  return RecordQuery(kGetChipId, chipId, 1, [&] { return inner_.GetChipId(chipId); });
 }
 
 int32_t RecordingUpgrade::CheckNeedUpgrade(const char* path, uint32_t* needUpgrade) {

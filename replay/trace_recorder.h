@@ -58,6 +58,8 @@ class RecordingUpgrade : public UpgradeLibrary {
   void Callback(const char* cb, int32_t value, const char* text);
   uint64_t Entered();
   void Done(TraceLine line, uint64_t enteredMs);
+  template <typename Query>
+  int32_t RecordQuery(UpgradeEntryPoint entry, void* variable, size_t size, Query query);
 
   UpgradeLibrary& inner_;
   Clock& clock_;
