@@ -11,6 +11,26 @@ namespace {
 constexpr char kProtectedFolder[] =
     "O:BAD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;FR;;;WD)";
 
+PathOwner OwnerOf(HANDLE handle) {
+  PSID owner = nullptr;
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  if (GetSecurityInfo(handle, SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr,
+                      nullptr, nullptr, &descriptor) != ERROR_SUCCESS ||
+      owner == nullptr) {
+    if (descriptor != nullptr) LocalFree(descriptor);
+    return PathOwner::kUnreadable;
+  }
+  const bool trusted = IsWellKnownSid(owner, WinLocalSystemSid) ||
+                       IsWellKnownSid(owner, WinBuiltinAdministratorsSid) ||
+                       IsTrustedInstaller(owner);
+  const bool ours = !trusted && IsRunningAccount(owner);
+  LocalFree(descriptor);
+  if (trusted) return PathOwner::kSystemOrAdministrators;
+  return ours ? PathOwner::kRunningAccount : PathOwner::kOther;
+}
+
+}  // namespace
+
 bool IsTrustedInstaller(PSID sid) {
   // NT SERVICE\TrustedInstaller: S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464
   SID_IDENTIFIER_AUTHORITY nt = SECURITY_NT_AUTHORITY;
@@ -34,26 +54,6 @@ bool IsRunningAccount(PSID sid) {
   CloseHandle(token);
   return same;
 }
-
-PathOwner OwnerOf(HANDLE handle) {
-  PSID owner = nullptr;
-  PSECURITY_DESCRIPTOR descriptor = nullptr;
-  if (GetSecurityInfo(handle, SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr,
-                      nullptr, nullptr, &descriptor) != ERROR_SUCCESS ||
-      owner == nullptr) {
-    if (descriptor != nullptr) LocalFree(descriptor);
-    return PathOwner::kUnreadable;
-  }
-  const bool trusted = IsWellKnownSid(owner, WinLocalSystemSid) ||
-                       IsWellKnownSid(owner, WinBuiltinAdministratorsSid) ||
-                       IsTrustedInstaller(owner);
-  const bool ours = !trusted && IsRunningAccount(owner);
-  LocalFree(descriptor);
-  if (trusted) return PathOwner::kSystemOrAdministrators;
-  return ours ? PathOwner::kRunningAccount : PathOwner::kOther;
-}
-
-}  // namespace
 
 bool CreateProtectedFolder(const std::string& path) {
   PSECURITY_DESCRIPTOR descriptor = nullptr;

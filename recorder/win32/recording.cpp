@@ -1,12 +1,11 @@
 #include "recorder/win32/recording.h"
 
-#include <aclapi.h>
-
 #include <vector>
 
 #include "base/sha256.h"
 #include "driver/folder_trust.h"
 #include "platform/win32/folder_security.h"
+#include "platform/win32/new_file.h"
 #include "platform/win32/win32_seams.h"
 #include "recorder/trace_place.h"
 
@@ -49,50 +48,6 @@ std::string Narrow(const std::wstring& wide) {
   WideCharToMultiByte(CP_ACP, 0, wide.c_str(), -1, &narrow[0], size, nullptr, &lossy);
   narrow.resize(static_cast<size_t>(size) - 1);
   return lossy ? std::string() : narrow;
-}
-
-// Whether an ordinary account may put or replace files in the folder: a
-// missing DACL, or one that lets Everyone, Users, Authenticated Users or
-// Interactive write, create, delete or change permissions.
-bool WritableByOrdinaryUsers(const std::wstring& path) {
-  PACL dacl = nullptr;
-  PSECURITY_DESCRIPTOR descriptor = nullptr;
-  if (GetNamedSecurityInfoW(path.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
-                            nullptr, &dacl, nullptr, &descriptor) != ERROR_SUCCESS) {
-    return true;  // cannot tell: refuse
-  }
-  bool writable = dacl == nullptr;
-  constexpr DWORD kWriteRights = FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_DELETE_CHILD | DELETE |
-                                 WRITE_DAC | WRITE_OWNER | GENERIC_WRITE | GENERIC_ALL |
-                                 FILE_WRITE_ATTRIBUTES | FILE_WRITE_EA;
-  const WELL_KNOWN_SID_TYPE ordinary[] = {WinWorldSid, WinBuiltinUsersSid,
-                                          WinAuthenticatedUserSid, WinInteractiveSid};
-  for (DWORD i = 0; dacl != nullptr && !writable && i < dacl->AceCount; ++i) {
-    void* ace = nullptr;
-    if (!GetAce(dacl, i, &ace)) {
-      writable = true;
-      break;
-    }
-    const auto* header = static_cast<ACE_HEADER*>(ace);
-    if (header->AceType != ACCESS_ALLOWED_ACE_TYPE) continue;
-    const auto* allowed = static_cast<ACCESS_ALLOWED_ACE*>(ace);
-    if ((allowed->Mask & kWriteRights) == 0) continue;
-    PSID sid = const_cast<DWORD*>(&allowed->SidStart);
-    for (WELL_KNOWN_SID_TYPE type : ordinary) writable = writable || IsWellKnownSid(sid, type);
-  }
-  LocalFree(descriptor);
-  return writable;
-}
-
-// The vendor folder and the library in it: present, no link, owned by an
-// administrator (or this account), and the folder not open to ordinary users.
-bool VendorTrusted(const std::wstring& folder, const std::wstring& library) {
-  InspectingFiles files;
-  const std::string narrowFolder = Narrow(folder);
-  const std::string narrowLibrary = Narrow(library);
-  if (narrowFolder.empty() || narrowLibrary.empty()) return false;
-  return CheckFolder(files, narrowFolder).trusted && CheckFolder(files, narrowLibrary).trusted &&
-         !WritableByOrdinaryUsers(folder);
 }
 
 // A disk flush costs milliseconds, more than the sensor's pauses: lines go
@@ -140,11 +95,6 @@ std::string HashOpenFile(HANDLE file) {
 
 }  // namespace
 
-std::string FileSha256(const std::wstring& path) {
-  return HashOpenFile(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-}
-
 std::string FileSha256(const char* path) {
   if (path == nullptr) return std::string();
   return HashOpenFile(CreateFileA(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
@@ -154,9 +104,8 @@ std::string FileSha256(const char* path) {
 Recording::Recording(const wchar_t* libraryFile, const char* library)
     : libraryFile_(libraryFile), library_(library), folder_(ModuleFolder()) {
   if (folder_.empty()) return;
-  const std::wstring vendorFolder = folder_ + L"\\" + kVendorFolder;
-  const std::wstring path = vendorFolder + L"\\" + libraryFile_;
-  if (VendorTrusted(vendorFolder, path)) vendorPath_ = path;
+  vendor_ = std::make_unique<CheckedLibrary>(folder_, kVendorFolder, libraryFile_);
+  if (vendor_->loaded()) vendorPath_ = vendor_->path();
 }
 
 Recording::~Recording() {
@@ -164,7 +113,7 @@ Recording::~Recording() {
 }
 
 void Recording::FileSink::Append(const std::string& line) {
-  if (file == INVALID_HANDLE_VALUE) return;
+  if (file == INVALID_HANDLE_VALUE || sealed) return;
   DWORD written = 0;
   WriteFile(file, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
   ++lines;
@@ -190,20 +139,33 @@ void Recording::OpenTrace() {
   const std::string path =
       std::string(kTraceFolder) + "\\" + TraceFileName(local, pid, library_.c_str());
   if (!CheckFileTarget(files, path).trusted) return;
-  // A new file only: whatever stands at the name already, link or not, is
-  // neither followed nor overwritten.
-  sink_.file = CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
-                           FILE_ATTRIBUTE_NORMAL, nullptr);
+  sink_.file = CreateNewFile(path);
   if (sink_.file == INVALID_HANDLE_VALUE) return;
+  // The vendor library as it was checked and loaded, from the held file.
+  std::string vendorSha;
+  if (vendor_ && !vendor_->bytes().empty()) {
+    const std::string& bytes = vendor_->bytes();
+    vendorSha = check::Sha256Hex(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+  }
+  sink_.Append(TraceHeader(Narrow(libraryFile_).c_str(), vendorSha,
+                           IsoLocalTime(local, UtcOffsetMinutes()), pid, Narrow(folder_)));
+  if (vendorPath_.empty()) {
+    // No call reaches the vendor library: the one line says why.
+    trace_.Write(0, [this](TraceLine& line) {
+      line.Text("refused", vendor_ ? vendor_->refused().c_str() : "vendor\\")
+          .Text("why", vendor_ ? vendor_->why().c_str() : "cannot be named: the recorder's own "
+                                                          "path cannot be read");
+    });
+    FlushFileBuffers(sink_.file);
+    sink_.sealed = true;
+    return;
+  }
   // The flushing thread runs until the process ends: the recorder stays
   // loaded as long, whatever FreeLibrary its caller makes.
   HMODULE self = nullptr;
   GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
                      reinterpret_cast<LPCWSTR>(&ModuleFolder), &self);
   if (HANDLE thread = CreateThread(nullptr, 0, &FlushLoop, &sink_, 0, nullptr)) CloseHandle(thread);
-  const std::string vendorSha = vendorPath_.empty() ? std::string() : FileSha256(vendorPath_);
-  sink_.Append(TraceHeader(Narrow(libraryFile_).c_str(), vendorSha,
-                           IsoLocalTime(local, UtcOffsetMinutes()), pid, Narrow(folder_)));
 }
 
 uint64_t Recording::EnterCall() {

@@ -12,3 +12,6 @@ BOOL WINAPI DllMain(HINSTANCE self, DWORD reason, LPVOID) {
   if (record != INVALID_HANDLE_VALUE) CloseHandle(record);
   return TRUE;
 }
+
+// Something to import, so that a library can depend on this one.
+extern "C" __declspec(dllexport) int planted_marker() { return 1; }
