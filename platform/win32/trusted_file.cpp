@@ -101,9 +101,12 @@ HeldFile::HeldFile(const std::wstring& path, bool folder) {
   }
   FILE_ATTRIBUTE_TAG_INFO tag = {};
   PSECURITY_DESCRIPTOR descriptor = nullptr;
-  if (!GetFileInformationByHandleEx(handle_, FileAttributeTagInfo, &tag, sizeof tag)) {
+  // By the name too: Wine opens a link's target even when told not to.
+  const DWORD named = GetFileAttributesW(path.c_str());
+  if (!GetFileInformationByHandleEx(handle_, FileAttributeTagInfo, &tag, sizeof tag) ||
+      named == INVALID_FILE_ATTRIBUTES) {
     why_ = "has attributes that cannot be read";
-  } else if ((tag.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+  } else if (((tag.FileAttributes | named) & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
     why_ = "is a reparse point (junction or link)";
   } else if (((tag.FileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) != folder) {
     why_ = folder ? "is not a folder" : "is not a file";

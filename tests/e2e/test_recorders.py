@@ -6,6 +6,7 @@ bridge trace that ends where the sensor stopped and replays to that cut."""
 import json
 import os
 import re
+import shutil
 import subprocess
 import time
 import unittest
@@ -74,19 +75,37 @@ class RecordersTest(unittest.TestCase):
             self.assertEqual((lines[0]["calder_trace"], lines[0]["dir"], lines[-1]["fn"]),
                              (1, windows_path(stage.dir), last))
 
-    def test_a_vendor_folder_that_is_open_foreign_or_a_link_is_not_loaded_from(self):
+    def test_a_vendor_folder_or_library_others_may_change_is_not_loaded_and_the_trace_says_why(self):
         # As Wine shows them: o+w lets Everyone write, another Unix user owns,
-        # a symbolic link is a reparse point.
-        for name, plant in [("open", lambda vendor: vendor.chmod(0o777)),
-                            ("foreign", lambda vendor: os.chown(vendor, 4242, 0)),
-                            ("linked", lambda vendor: (vendor.rename(vendor.with_name("real")),
-                                                       vendor.symlink_to("real")))]:
+        # a symbolic link to a folder is a reparse point.
+        def planted_dependency(vendor):
+            shutil.copy(BUILD / "stand-ins/dependent/btl_hid_transfer.dll", vendor)
+            shutil.copy(BUILD / "stand-ins/planted.dll", vendor)
+            (vendor / "planted.dll").chmod(0o666)
+        everyone = "Everyone (S-1-1-0) may write it"
+        for name, plant, refused, why in [
+                ("open", lambda vendor: vendor.chmod(0o777), "vendor\\", everyone),
+                ("foreign", lambda vendor: os.chown(vendor, 4242, 0), "vendor\\",
+                 "is owned by NT AUTHORITY\\ANONYMOUS LOGON (S-1-5-7)"),
+                ("linked", lambda vendor: (vendor.rename(vendor.with_name("real")),
+                                           vendor.symlink_to("real")),
+                 "vendor\\", "is a reparse point (junction or link)"),
+                ("open-library", lambda vendor: (vendor / "btl_hid_transfer.dll").chmod(0o666),
+                 "vendor\\btl_hid_transfer.dll", everyone),
+                ("planted-dependency", planted_dependency, "vendor\\planted.dll", everyone)]:
             stage = SensorStage("recorders-vendor-" + name, True)
             plant(stage.dir / "vendor")
             result = stage.update()
             self.assertEqual(result.rc, 1, name)
-            self.assertIn("ERROR: Init failed with error code: 126", result.messages())
-            self.assertFalse(stage.record.exists() or (stage.sensor / "force_sensor_state.txt").exists())
+            self.assertEqual(list(stage.dir.rglob("*.loaded")), [], name)
+            # A refused folder stops the run at the upgrade library's first call.
+            folder = refused == "vendor\\"
+            trace = traces(result)["upgrade" if folder else "bridge"].read_text().splitlines()
+            self.assertEqual([json.loads(line) for line in trace[1:]],
+                             [{"seq": 1, "t_us": 0, "refused": refused, "why": why}], name)
+            if folder:
+                self.assertIn("ERROR: Init failed with error code: 126", result.messages())
+                self.assertFalse(stage.record.exists() or (stage.sensor / "force_sensor_state.txt").exists())
 
     def test_a_run_cut_off_during_the_write_keeps_its_trace_up_to_the_cut(self):
         stage = SensorStage("recorders-cut", True, image_size=0x2000)
