@@ -1,6 +1,7 @@
-// The package readers on arbitrary bytes: no read outside the buffer (ASan
-// sees the input in an exact-size copy), the same answer twice, and names
-// that are whole strings inside the file. The same bytes also go through the
+// The package readers and the recorders' import-name reader on arbitrary
+// bytes: no read outside the buffer (ASan sees the input in an exact-size
+// copy), the same answer twice, and names that are whole strings inside the
+// file; import names are plain file names. The same bytes also go through the
 // signature reader (trusting the first certificate found in them, so that
 // chains are searched too) and, as text, through both manifest readers.
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include "check/certificate.h"
 #include "check/package_manifest.h"
 #include "check/pe_reader.h"
+#include "platform/pe_import_names.h"
 #include "tests/fuzz/fuzz_input.h"
 
 namespace {
@@ -38,6 +40,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::vector<uint8_t> needle(name.begin(), name.end());
     Check(std::search(bytes.begin(), bytes.end(), needle.begin(), needle.end()) != bytes.end(),
           "a name is not in the file");
+  }
+  std::vector<std::string> imports;
+  if (calder::ReadImportNames(bytes.data(), bytes.size(), &imports)) {
+    for (const std::string& name : imports) {
+      Check(!name.empty() && name.find_first_of("\\/:") == std::string::npos,
+            "an import name is not a plain file name");
+    }
   }
   if (calder::check::IsWindows64Dll(first) || calder::check::IsWindows64GuiProgram(first)) {
     Check(first.valid && first.machine == calder::check::kMachineAmd64, "accepted a foreign image");
