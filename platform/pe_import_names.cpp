@@ -77,9 +77,7 @@ bool ReadName(const Bytes& bytes, const std::vector<Section>& sections, uint32_t
   return false;
 }
 
-}  // namespace
-
-bool ReadImportNames(const uint8_t* data, size_t size, std::vector<std::string>* names) {
+bool ReadInto(const uint8_t* data, size_t size, std::vector<std::string>* names) {
   const Bytes bytes(data, size);
   uint32_t pe = 0, signature = 0, importRva = 0, count = 0;
   uint16_t sectionCount = 0, optionalSize = 0, magic = 0;
@@ -107,7 +105,6 @@ bool ReadImportNames(const uint8_t* data, size_t size, std::vector<std::string>*
     }
     sections.push_back(s);
   }
-  names->clear();
   if (importRva == 0) return true;
   size_t at = 0, left = 0;
   if (!FileOffsetOf(sections, importRva, &at, &left)) return false;
@@ -123,6 +120,15 @@ bool ReadImportNames(const uint8_t* data, size_t size, std::vector<std::string>*
     names->push_back(name);
     at += kImportDescriptorSize;
   }
+  return false;
+}
+
+}  // namespace
+
+bool ReadImportNames(const uint8_t* data, size_t size, std::vector<std::string>* names) {
+  names->clear();
+  if (ReadInto(data, size, names)) return true;
+  names->clear();
   return false;
 }
 

@@ -42,11 +42,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
           "a name is not in the file");
   }
   std::vector<std::string> imports;
-  if (calder::ReadImportNames(bytes.data(), bytes.size(), &imports)) {
-    for (const std::string& name : imports) {
-      Check(!name.empty() && name.find_first_of("\\/:") == std::string::npos,
-            "an import name is not a plain file name");
-    }
+  const bool read = calder::ReadImportNames(bytes.data(), bytes.size(), &imports);
+  for (const std::string& name : imports) {
+    Check(read && !name.empty() && name.find_first_of("\\/:") == std::string::npos,
+          "an import name is not a plain file name");
   }
   if (calder::check::IsWindows64Dll(first) || calder::check::IsWindows64GuiProgram(first)) {
     Check(first.valid && first.machine == calder::check::kMachineAmd64, "accepted a foreign image");
