@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "report/fleet_summary.h"
 #include "report/html_page.h"
@@ -102,13 +103,18 @@ TEST(ReportPageGeometry, DurationColumnsCoverTheRangeOfTheRuns) {
 
 // Every digit of the time must be one: a ':' or '/' (the characters next to
 // '9' and '0') in any of its places makes the line another program's text.
+// Any year of four digits counts, the first and the last included.
 TEST(ReportLogLineTime, EachPlaceOfTheTimeTakesDigitsOnly) {
   const std::string good = "2019-09-19 19:59:59.999 INFO a.cpp 90: x";
+  const std::pair<std::string, int64_t> times[] = {{good, 1568923199999},
+                                                   {"2000-01-01 00:00:00.000 INFO a.cpp 0: x", 946684800000},
+                                                   {"0000-01-01 00:00:00.000 INFO a.cpp 1: x", -62167219200000},
+                                                   {"9999-12-31 23:59:59.999 INFO a.cpp 1: x", 253402300799999}};
   LogLine line;
-  ASSERT_TRUE(ParseLogLine(good, &line));
-  EXPECT_EQ(line.millis, 1568923199999);
-  ASSERT_TRUE(ParseLogLine("2000-01-01 00:00:00.000 INFO a.cpp 0: x", &line));
-  EXPECT_EQ(line.millis, 946684800000);
+  for (const auto& [text, millis] : times) {
+    ASSERT_TRUE(ParseLogLine(text, &line)) << text;
+    EXPECT_EQ(line.millis, millis) << text;
+  }
   for (size_t place : {0, 1, 2, 3, 5, 6, 8, 9, 11, 12, 14, 15, 17, 18, 20, 21, 22, 35, 36}) {
     for (char odd : {':', '/'}) {
       std::string text = good;
