@@ -1,10 +1,16 @@
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "report/fleet_summary.h"
 #include "report/html_page.h"
+#include "report/line_reader.h"
 #include "report/log_line.h"
 #include "report/record_json.h"
 #include "report/summary_text.h"
@@ -195,6 +201,28 @@ TEST(ReportRecordFields, MissingOrOddFieldsReadAsNotKnown) {
   EXPECT_EQ(r.forceMs, kNoTime);
   EXPECT_EQ(r.forceAttempts, 2147483647);
   EXPECT_EQ(r.writePercent, 0);
+}
+
+// A line that fills the reader's buffer with its LF is whole; one longer than
+// the buffer is given cut to it and its rest skipped; the file's last line
+// without an LF is given as not whole.
+TEST(ReportLineReader, LinesAtTheBufferEdgeAreWholeCutOrLast) {
+  constexpr size_t kSize = LineReader::kBufferSize;
+  const std::filesystem::path file =
+      std::filesystem::temp_directory_path() / ("calder-lines-" + std::to_string(::getpid()) + ".log");
+  std::ofstream(file, std::ios::binary | std::ios::trunc)
+      << std::string(kSize - 1, 'a') << "\nb\n" << std::string(kSize + 10, 'c') << "\nd";
+  InputFile input;
+  LineReader reader;
+  std::string reason;
+  std::vector<std::pair<std::string, bool>> seen;
+  ASSERT_TRUE(input.Open(file, &reason)) << reason;
+  ASSERT_TRUE(reader.ForEachLine(input, [&](std::string_view line, bool whole) { seen.emplace_back(line, whole); },
+                                 &reason));
+  std::filesystem::remove(file);
+  const std::vector<std::pair<std::string, bool>> expected = {
+      {std::string(kSize - 1, 'a'), true}, {"b", true}, {std::string(kSize, 'c'), false}, {"d", false}};
+  EXPECT_TRUE(seen == expected);
 }
 
 }  // namespace
