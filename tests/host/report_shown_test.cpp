@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -9,6 +11,7 @@
 #include <vector>
 
 #include "report/fleet_summary.h"
+#include "report/fleet_reader.h"
 #include "report/html_page.h"
 #include "report/line_reader.h"
 #include "report/log_line.h"
@@ -223,6 +226,31 @@ TEST(ReportLineReader, LinesAtTheBufferEdgeAreWholeCutOrLast) {
   const std::vector<std::pair<std::string, bool>> expected = {
       {std::string(kSize - 1, 'a'), true}, {"b", true}, {std::string(kSize, 'c'), false}, {"d", false}};
   EXPECT_TRUE(seen == expected);
+}
+
+// --json on a shard of earlier records gives each of them once, however
+// often the output fills its buffer on the way.
+TEST(ReportRecordsOut, EachRecordIsWrittenOnce) {
+  const std::filesystem::path shard =
+      std::filesystem::temp_directory_path() / ("calder-shard-" + std::to_string(::getpid()) + ".ndjson");
+  RunRecord r;
+  r.kind = Kind::kUpdate;
+  r.outcome = Outcome::kFailure;
+  r.cause = Cause::kForceWrite;
+  r.evidence = std::string(300, 'e');
+  std::string records;
+  for (int i = 0; i < 120; ++i) AppendRecordJson(r, "Calder_" + std::to_string(i) + ".log", &records);
+  std::ofstream(shard, std::ios::binary | std::ios::trunc) << records;
+  std::FILE* out = std::tmpfile();
+  const FleetRead read = ReadFleet({shard.string()}, true, out, stderr);
+  std::string written(2 * records.size(), '\0');
+  std::rewind(out);
+  written.resize(std::fread(&written[0], 1, written.size(), out));
+  std::fclose(out);
+  std::filesystem::remove(shard);
+  EXPECT_EQ(read.summary.runs, 120u);
+  EXPECT_EQ(std::count(written.begin(), written.end(), '\n'), 120);
+  EXPECT_TRUE(written == records);
 }
 
 }  // namespace

@@ -65,6 +65,8 @@ class ReportPage(unittest.TestCase):
             with self.subTest(args=args):
                 result = report(*args)
                 self.assertEqual((result.returncode, reason in result.stderr), (code, True), result.stderr)
+        # Without --json the summary, not the records, is what it prints.
+        self.assertTrue(report(self.fleet).stdout.startswith("calder-report "))
 
     @unittest.skipUnless(CHROMIUM, "chromium is not installed")
     def test_page_in_a_browser(self):
