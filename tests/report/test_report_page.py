@@ -52,6 +52,21 @@ class ReportPage(unittest.TestCase):
         self.assertIn("calder-report 20260422-01", report("--version").stdout)
         self.assertIn("usage: calder-report", report("--help").stdout)
 
+    def test_arguments_refused_with_their_reason(self):
+        cases = [(["--gate"], 2, "--gate needs a value"), (["--html"], 2, "--html needs a value"),
+                 (["-x", self.fleet], 2, "unknown option -x"), (["--gate", "0", self.fleet], 0, ""),
+                 (["--gate", "100", self.fleet], 3, "is below 100 %"), (["--gate", "-1", self.fleet], 2, "0 to 100"),
+                 (["--gate", "100.1", self.fleet], 2, "0 to 100"), (["--gate", "5x", self.fleet], 2, "0 to 100"),
+                 (["--html", self.tmp / "none" / "p.html", self.fleet], 2, "cannot write"),
+                 ([self.tmp / "empty.log"], 2, "no input could be read")]
+        (self.tmp / "empty.log").mkdir(exist_ok=True)
+        for args, code, reason in cases:
+            with self.subTest(args=args):
+                result = report(*args)
+                self.assertEqual((result.returncode, reason in result.stderr), (code, True), result.stderr)
+        # Without --json the summary, not the records, is what it prints.
+        self.assertTrue(report(self.fleet).stdout.startswith("calder-report "))
+
     @unittest.skipUnless(CHROMIUM, "chromium is not installed")
     def test_page_in_a_browser(self):
         page = self.tmp / "report.html"
