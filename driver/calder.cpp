@@ -80,6 +80,25 @@ int RunMainOnWorker(const EntrySeams& seams, const CommandLine& line, ShutdownGu
   return rc;
 }
 
+// No worker, so no update: the window and the shutdown block go as after
+// one, and the run fails. On the window's thread, so the close posted here
+// ends the loop.
+int EndWithoutWorker(EntryPlatform& platform, ShutdownGuard& guard) {
+  LOG(ERROR) << lines::kWorkerNotStarted;
+  guard.WorkerFinished();
+  guard.UpdateFinished();
+  g_bProgressWindowActive = false;
+  platform.PostClose(g_hProgressWnd);
+  g_hProgressWnd = nullptr;
+  void* helper = platform.FindGestureHelper();
+  if (helper != nullptr && g_bGestureHelperNotified) {
+    platform.TellGestureHelper(helper, false);
+    LOG(INFO) << lines::kHelperEnded;
+  }
+  platform.RunMessageLoop();
+  return 1;
+}
+
 // The progress window on this thread while main runs on a detached worker;
 // main's result once both have finished.
 int RunWithProgressWindow(const EntrySeams& seams, const CommandLine& line) {
@@ -102,8 +121,7 @@ int RunWithProgressWindow(const EntrySeams& seams, const CommandLine& line) {
   auto task = std::make_shared<std::packaged_task<int()>>(
       [&seams, &line, &guard] { return RunMainOnWorker(seams, line, guard); });
   std::future<int> result = task->get_future();
-  // Without a thread the closing posts wait in the queue for the loop.
-  if (!platform.StartWorker([task] { (*task)(); })) (*task)();
+  if (!platform.StartWorker([task] { (*task)(); })) return EndWithoutWorker(platform, guard);
   platform.RunMessageLoop();
   return result.get();
 }
