@@ -58,6 +58,18 @@ int RunDriver(const EntrySeams& seams, const CommandLine& line) {
   }
 }
 
+// The worker's last steps: no post after the close, then the helper told.
+void CloseWindowAndTellHelper(EntryPlatform& platform) {
+  g_bProgressWindowActive = false;
+  platform.PostClose(g_hProgressWnd);
+  g_hProgressWnd = nullptr;
+  void* helper = platform.FindGestureHelper();
+  if (helper != nullptr && g_bGestureHelperNotified) {
+    platform.TellGestureHelper(helper, false);
+    LOG(INFO) << lines::kHelperEnded;
+  }
+}
+
 // Runs main on the worker, then reports 100 % and closes the window.
 int RunMainOnWorker(const EntrySeams& seams, const CommandLine& line, ShutdownGuard& guard) {
   EntryPlatform& platform = seams.platform;
@@ -69,14 +81,7 @@ int RunMainOnWorker(const EntrySeams& seams, const CommandLine& line, ShutdownGu
   // Kept as the field sees it: the two posts are back to back, so the close
   // cancels the restart countdown that 100 % starts.
   PostWhileShown(platform, 100);
-  g_bProgressWindowActive = false;
-  platform.PostClose(g_hProgressWnd);
-  g_hProgressWnd = nullptr;
-  void* helper = platform.FindGestureHelper();
-  if (helper != nullptr && g_bGestureHelperNotified) {
-    platform.TellGestureHelper(helper, false);
-    LOG(INFO) << lines::kHelperEnded;
-  }
+  CloseWindowAndTellHelper(platform);
   return rc;
 }
 
@@ -87,14 +92,7 @@ int EndWithoutWorker(EntryPlatform& platform, ShutdownGuard& guard) {
   LOG(ERROR) << lines::kWorkerNotStarted;
   guard.WorkerFinished();
   guard.UpdateFinished();
-  g_bProgressWindowActive = false;
-  platform.PostClose(g_hProgressWnd);
-  g_hProgressWnd = nullptr;
-  void* helper = platform.FindGestureHelper();
-  if (helper != nullptr && g_bGestureHelperNotified) {
-    platform.TellGestureHelper(helper, false);
-    LOG(INFO) << lines::kHelperEnded;
-  }
+  CloseWindowAndTellHelper(platform);
   platform.RunMessageLoop();
   return 1;
 }
