@@ -16,6 +16,8 @@ inline constexpr char kHelperMissing[] = "can not find window";
 inline constexpr char kHelperEnded[] = "WM_USER + 2 message send ";
 inline constexpr char kMainReturned[] = "main returned: ";  // + main's result
 inline constexpr char kWindowMissing[] = "progress window could not be created";  // ERROR
+// ERROR: the system gave no thread for the update; the run ends with exit 1.
+inline constexpr char kWorkerNotStarted[] = "worker thread could not be started";
 inline constexpr char kFinish[] = "finish---------------------------------------";
 inline constexpr char kInvalidInput[] = "invalid input";
 inline constexpr char kComFailed[] = "CoInitializeEx failed: ";  // + HRESULT
@@ -38,6 +40,9 @@ namespace run_guards_cpp {
 inline constexpr char kFile[] = "run_guards.cpp";
 // ERROR: another calder.exe holds the update lock; this run touches nothing.
 inline constexpr char kAnotherUpdateRunning[] = "another update is running";
+// INFO, just after the line above when the system gave an error (a squatter,
+// a denied lock), followed by its code; none when the lock is simply held.
+inline constexpr char kLockError[] = "update lock: error ";
 // INFO, just before the line above when the refused run was no update: what
 // was refused, so that the run's mode can be seen.
 inline constexpr char kVersionReportRefused[] = "version report refused";
@@ -59,6 +64,18 @@ inline constexpr char kShutdownRefused[] = "shutdown refused: update in progress
 // ERROR: the session ends anyway (forced); the process ends with exit code 1.
 inline constexpr char kSessionEnding[] = "session ending during update";
 }  // namespace shutdown_guard_cpp
+
+// crash_ending.cpp: a fault or an exception nobody handled, on any thread.
+namespace crash_ending_cpp {
+inline constexpr char kFile[] = "crash_ending.cpp";
+// ERROR, the one line of a crashed run (exit code 1): the code as %08X,
+// then where: "unhandled exception 0xC0000005 in btl_upgrade.dll+0x1A2B",
+// or "unhandled exception 0xC0000005 at 0x1A2B" outside any module.
+inline constexpr char kUnhandled[] = "unhandled exception 0x";
+inline constexpr char kUnhandledIn[] = " in ";
+inline constexpr char kUnhandledOffset[] = "+0x";
+inline constexpr char kUnhandledAt[] = " at 0x";
+}  // namespace crash_ending_cpp
 
 // tp_update.cpp: the touchpad upgrade command interpreter.
 namespace tp_update_cpp {

@@ -58,6 +58,18 @@ int RunDriver(const EntrySeams& seams, const CommandLine& line) {
   }
 }
 
+// The worker's last steps: no post after the close, then the helper told.
+void CloseWindowAndTellHelper(EntryPlatform& platform) {
+  g_bProgressWindowActive = false;
+  platform.PostClose(g_hProgressWnd);
+  g_hProgressWnd = nullptr;
+  void* helper = platform.FindGestureHelper();
+  if (helper != nullptr && g_bGestureHelperNotified) {
+    platform.TellGestureHelper(helper, false);
+    LOG(INFO) << lines::kHelperEnded;
+  }
+}
+
 // Runs main on the worker, then reports 100 % and closes the window.
 int RunMainOnWorker(const EntrySeams& seams, const CommandLine& line, ShutdownGuard& guard) {
   EntryPlatform& platform = seams.platform;
@@ -69,15 +81,20 @@ int RunMainOnWorker(const EntrySeams& seams, const CommandLine& line, ShutdownGu
   // Kept as the field sees it: the two posts are back to back, so the close
   // cancels the restart countdown that 100 % starts.
   PostWhileShown(platform, 100);
-  g_bProgressWindowActive = false;
-  platform.PostClose(g_hProgressWnd);
-  g_hProgressWnd = nullptr;
-  void* helper = platform.FindGestureHelper();
-  if (helper != nullptr && g_bGestureHelperNotified) {
-    platform.TellGestureHelper(helper, false);
-    LOG(INFO) << lines::kHelperEnded;
-  }
+  CloseWindowAndTellHelper(platform);
   return rc;
+}
+
+// No worker, so no update: the window and the shutdown block go as after
+// one, and the run fails. On the window's thread, so the close posted here
+// ends the loop.
+int EndWithoutWorker(EntryPlatform& platform, ShutdownGuard& guard) {
+  LOG(ERROR) << lines::kWorkerNotStarted;
+  guard.WorkerFinished();
+  guard.UpdateFinished();
+  CloseWindowAndTellHelper(platform);
+  platform.RunMessageLoop();
+  return 1;
 }
 
 // The progress window on this thread while main runs on a detached worker;
@@ -102,8 +119,7 @@ int RunWithProgressWindow(const EntrySeams& seams, const CommandLine& line) {
   auto task = std::make_shared<std::packaged_task<int()>>(
       [&seams, &line, &guard] { return RunMainOnWorker(seams, line, guard); });
   std::future<int> result = task->get_future();
-  // Without a thread the closing posts wait in the queue for the loop.
-  if (!platform.StartWorker([task] { (*task)(); })) (*task)();
+  if (!platform.StartWorker([task] { (*task)(); })) return EndWithoutWorker(platform, guard);
   platform.RunMessageLoop();
   return result.get();
 }

@@ -30,6 +30,8 @@ RunAdmission::RunAdmission(const CommandLine& commandLine, UpdateLock* lock, Pow
       LOG(INFO) << lines::kRunWithoutUpdateRefused;
     }
     LOG(ERROR) << lines::kAnotherUpdateRunning;
+    // A squatter or a denied lock reads apart from a concurrent update.
+    if (lockError_ != 0) LOG(INFO) << lines::kLockError << lockError_;
     return;
   }
   admitted_ = commandLine.mode != RunMode::kUpdate || PowerAllowsUpdate();
@@ -58,6 +60,7 @@ bool RunAdmission::TakeLock() {
       LOG(INFO) << lines::kLockAbandoned;
       break;
     case LockOutcome::Held:
+      lockError_ = attempt.error;
       return false;
     case LockOutcome::NotCreatable:
       // Unguarded is better than no update at all.

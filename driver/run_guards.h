@@ -37,6 +37,7 @@ class RunAdmission {
   PowerStatusSource* power_;
   bool admitted_ = false;
   bool locked_ = false;
+  unsigned long lockError_ = 0;  // the system's, when the lock was refused with one
 };
 
 }  // namespace calder

@@ -172,21 +172,22 @@ class Worker {
 };
 
 // Depth first with one open folder per level. A folder that cannot be opened
-// or read to its end is listed and counted, and the walk goes on.
+// or read to its end, and a link that is not one to a file, is listed and
+// counted as a folder not seen, and the walk goes on.
 void WalkFolder(const fs::path& root, JobQueue* queue, Output* output, FleetSummary* notRead) {
   struct Level {
     fs::path folder;
     fs::directory_iterator entries;
   };
   std::vector<Level> levels;
-  auto fail = [&](const fs::path& folder, const std::error_code& error) {
-    output->Problem("cannot read folder " + folder.u8string() + ": " + error.message());
-    notRead->AddInputNotRead(folder.u8string());
+  auto fail = [&](const fs::path& folder, const std::string& why) {
+    output->Problem("cannot read folder " + folder.u8string() + ": " + why);
+    notRead->AddFolderNotSeen(folder.u8string());
   };
   auto enter = [&](const fs::path& folder) {
     std::error_code error;
     fs::directory_iterator entries(folder, error);
-    if (error) return fail(folder, error);
+    if (error) return fail(folder, error.message());
     levels.push_back({folder, std::move(entries)});
   };
   enter(root);
@@ -199,16 +200,28 @@ void WalkFolder(const fs::path& root, JobQueue* queue, Output* output, FleetSumm
     std::error_code error;
     levels.back().entries.increment(error);
     if (error) {
-      fail(levels.back().folder, error);
+      fail(levels.back().folder, error.message());
       levels.pop_back();
     }
+    // Decided on the entry itself, not what it points to: a junction is
+    // never entered, and a link to a file is read as the file.
     std::error_code typeError;
-    if (fs::is_directory(entry.symlink_status(typeError))) {
+    const fs::file_status target = entry.status(typeError);
+    if (typeError) {
+      fail(entry.path(), typeError.message());
+      continue;
+    }
+    const bool link = IsLink(entry.path());
+    if (link && !fs::is_regular_file(target)) {
+      fail(entry.path(), "a link the walk does not follow");
+      continue;
+    }
+    if (!link && fs::is_directory(target)) {
       enter(entry.path());
       continue;
     }
     if (!IsLogName(entry.path().filename().u8string())) continue;
-    if (!entry.is_regular_file(typeError)) continue;
+    if (!fs::is_regular_file(target)) continue;
     queue->Push({entry.path(), entry.path().u8string(), false});
   }
 }

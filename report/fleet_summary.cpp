@@ -79,11 +79,19 @@ void FleetSummary::AddInputNotRead(std::string_view path, uint64_t count) {
   KeepUnreadable(path);
 }
 
-void FleetSummary::KeepUnreadable(std::string_view file) {
+void FleetSummary::AddFolderNotSeen(std::string_view path) {
+  AddInputNotRead(path);
+  ++foldersNotSeen;
+  KeepFirst(&unseenFolders, path);
+}
+
+void FleetSummary::KeepUnreadable(std::string_view file) { KeepFirst(&unreadable, file); }
+
+void FleetSummary::KeepFirst(std::vector<std::string>* names, std::string_view file) {
   std::string name(file);
-  auto at = std::lower_bound(unreadable.begin(), unreadable.end(), name);
-  if (at == unreadable.end() || *at != name) unreadable.insert(at, name);
-  if (unreadable.size() > kUnreadableExamples) unreadable.pop_back();
+  auto at = std::lower_bound(names->begin(), names->end(), name);
+  if (at == names->end() || *at != name) names->insert(at, name);
+  if (names->size() > kUnreadableExamples) names->pop_back();
 }
 
 void FleetSummary::Merge(const FleetSummary& o) {
@@ -104,12 +112,9 @@ void FleetSummary::Merge(const FleetSummary& o) {
     for (int c = 0; c < kCauses; ++c) v.causes[c] += theirs.causes[c];
   }
   for (int s = 0; s < kSteps; ++s) steps[s] += o.steps[s];
-  std::vector<std::string> names = unreadable;
-  names.insert(names.end(), o.unreadable.begin(), o.unreadable.end());
-  std::sort(names.begin(), names.end());
-  names.erase(std::unique(names.begin(), names.end()), names.end());
-  if (names.size() > kUnreadableExamples) names.resize(kUnreadableExamples);
-  unreadable = names;
+  for (const std::string& name : o.unreadable) KeepUnreadable(name);
+  foldersNotSeen += o.foldersNotSeen;
+  for (const std::string& name : o.unseenFolders) KeepFirst(&unseenFolders, name);
 }
 
 uint64_t FleetSummary::KindTotal(Kind kind) const {
@@ -126,12 +131,14 @@ uint64_t FleetSummary::Conclusive() const {
   return Updates(Outcome::kSuccess) + Updates(Outcome::kFailure) + Updates(Outcome::kInterrupted);
 }
 
+int64_t PercentTenths(uint64_t part, uint64_t whole) {
+  if (whole == 0) return -1;
+  return static_cast<int64_t>((2000 * part + whole) / (2 * whole));
+}
+
 double FleetSummary::SuccessRate() const {
-  const uint64_t conclusive = Conclusive();
-  if (conclusive == 0) return -1.0;
-  // In whole numbers, so 1899 of 2000 is 95.0 exactly, never 94.9499...
-  const uint64_t tenths = (2000 * Updates(Outcome::kSuccess) + conclusive) / (2 * conclusive);
-  return static_cast<double>(tenths) / 10.0;
+  const int64_t tenths = PercentTenths(Updates(Outcome::kSuccess), Conclusive());
+  return tenths < 0 ? -1.0 : static_cast<double>(tenths) / 10.0;
 }
 
 Band FleetSummary::RateBand() const {
@@ -142,6 +149,7 @@ Band FleetSummary::RateBand() const {
 uint64_t FleetSummary::UnreadableInputs() const { return KindTotal(Kind::kUnreadable) + inputsNotRead; }
 
 GateVerdict FleetSummary::Gate(double percent) const {
+  if (foldersNotSeen > 0) return GateVerdict::kFoldersNotSeen;
   if (Conclusive() == 0) return GateVerdict::kNoEvidence;
   if (UnreadableInputs() * 100 > Inputs()) return GateVerdict::kTooManyUnreadable;
   return SuccessRate() < percent ? GateVerdict::kBelow : GateVerdict::kPass;

@@ -45,9 +45,16 @@ enum class Confidence { kHigh, kMedium, kLow };
 const char* BandName(Band band);
 const char* ConfidenceName(Confidence confidence);
 
-// What --gate PERCENT says of a fleet: it fails without a conclusive update,
-// with more than 1 % of the inputs unreadable, or with the rate below PERCENT.
-enum class GateVerdict { kPass, kNoEvidence, kTooManyUnreadable, kBelow };
+// part of whole in tenths of a percent, rounded half up in whole numbers (so
+// 1899 of 2000 is 950, never 949.99...): every rate the report prints. -1
+// without a whole.
+int64_t PercentTenths(uint64_t part, uint64_t whole);
+
+// What --gate PERCENT says of a fleet: it fails when a folder was not seen
+// whole (unopenable, cut short, or a link the walk does not follow), without
+// a conclusive update, with more than 1 % of the inputs unreadable, or with
+// the rate below PERCENT.
+enum class GateVerdict { kPass, kFoldersNotSeen, kNoEvidence, kTooManyUnreadable, kBelow };
 
 // Counters of a fleet's runs, merged across the workers' shares. Its size
 // does not grow with the number of runs.
@@ -73,6 +80,11 @@ class FleetSummary {
   // so no run of theirs is counted; their names are among the above.
   uint64_t inputsNotRead = 0;
   void AddInputNotRead(std::string_view path, uint64_t count = 1);
+  // Of them, folders the walk could not see whole: the gate refuses them
+  // whatever the proportions. The first few in name order.
+  uint64_t foldersNotSeen = 0;
+  std::vector<std::string> unseenFolders;
+  void AddFolderNotSeen(std::string_view path);
 
   uint64_t KindTotal(Kind kind) const;
   uint64_t Updates(Outcome outcome) const;
@@ -96,6 +108,7 @@ class FleetSummary {
  private:
   void KeepExample(std::string* slot, std::string_view file);
   void KeepUnreadable(std::string_view file);
+  static void KeepFirst(std::vector<std::string>* names, std::string_view name);
   VersionStats& VersionSlot(const std::string& target);
 };
 

@@ -27,7 +27,8 @@ const char kUsage[] =
     "  --json        one JSON record per run and line instead of the summary\n"
     "  --html FILE   also write the summary as a self-contained page\n"
     "  --gate PERCENT  exit 3 when the update success rate is below PERCENT, no update\n"
-    "                run is conclusive, or more than 1 % of the inputs could not be read\n"
+    "                run is conclusive, more than 1 % of the inputs could not be read,\n"
+    "                or a folder could not be walked to its end (a link not followed)\n"
     "  --help, --version\n";
 
 int BadArguments(const std::string& why) {
@@ -100,6 +101,14 @@ int main(int argc, char** argv) {
   switch (summary.Gate(gatePercent)) {
     case calder::report::GateVerdict::kPass:
       return kDone;
+    case calder::report::GateVerdict::kFoldersNotSeen:
+      // Whatever they hold is unknown, so no proportion can excuse them.
+      std::fprintf(stderr, "calder-report: gate failed: %llu folders could not be walked to their end:\n",
+                   static_cast<unsigned long long>(summary.foldersNotSeen));
+      for (const std::string& folder : summary.unseenFolders) {
+        std::fprintf(stderr, "  %s\n", calder::report::ControlsEscaped(folder).c_str());
+      }
+      break;
     case calder::report::GateVerdict::kNoEvidence:
       std::fprintf(stderr, "calder-report: gate failed: no conclusive update run\n");
       break;

@@ -11,6 +11,10 @@ namespace calder::report {
 // (Windows), as given elsewhere; paths are then built with u8path.
 std::vector<std::string> ProgramArguments(int argc, char** argv);
 
+// Whether a folder's entry is a symbolic link or another reparse point (a
+// junction, a mount point); true also when that cannot be told.
+bool IsLink(const std::filesystem::path& path);
+
 // One regular file read from start to end; never blocks on a pipe or device.
 class InputFile {
  public:

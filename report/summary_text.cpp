@@ -35,16 +35,13 @@ const Outcome kShownOutcomes[] = {Outcome::kSuccess, Outcome::kFailure, Outcome:
 }  // namespace
 
 std::string Percent(uint64_t part, uint64_t whole) {
-  if (whole == 0) return "n/a";
-  char text[32];
-  std::snprintf(text, sizeof text, "%.1f", 100.0 * static_cast<double>(part) / static_cast<double>(whole));
-  return text;
+  const int64_t tenths = PercentTenths(part, whole);
+  if (tenths < 0) return "n/a";
+  return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10);
 }
 
 std::string RateText(const FleetSummary& summary) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.1f", summary.SuccessRate());
-  return text;
+  return Percent(summary.Updates(Outcome::kSuccess), summary.Conclusive());
 }
 
 std::string ControlsEscaped(std::string_view text) {

@@ -5,12 +5,12 @@
 
 #include <functional>
 #include <memory>
-#include <thread>
 
 #include "driver/calder.h"
 #include "driver/entry_run.h"
 #include "driver/logging.h"
 #include "platform/environment.h"
+#include "platform/win32/crash_ending.h"
 #include "platform/win32/guards_win32.h"
 #include "platform/win32/library_loading.h"
 #include "platform/win32/win32_seams.h"
@@ -41,6 +41,7 @@ class Win32Entry : public calder::EntryPlatform {
   }
   calder::ShutdownBlocker& ShutdownBlockerFor(void* window) override {
     blocker_ = std::make_unique<calder::Win32ShutdownBlocker>(static_cast<HWND>(window));
+    calder::CrashLiftsShutdownBlock(blocker_.get());
     return *blocker_;
   }
   void PostProgress(void* window, int percent) override {
@@ -48,19 +49,33 @@ class Win32Entry : public calder::EntryPlatform {
   }
   void PostClose(void* window) override { PostMessageW(static_cast<HWND>(window), WM_CLOSE, 0, 0); }
   void RunMessageLoop() override { calder::CPaintManagerUI::MessageLoop(); }
+  // A thread the system will not give is a false, never an exception.
   bool StartWorker(std::function<void()> work) override {
-    std::thread(std::move(work)).detach();
+    auto* job = new std::function<void()>(std::move(work));
+    HANDLE thread = CreateThread(nullptr, 0, &RunJob, job, 0, nullptr);
+    if (thread == nullptr) {
+      delete job;
+      return false;
+    }
+    CloseHandle(thread);
     return true;
   }
   void FineTimer(bool on) override { on ? timeBeginPeriod(1) : timeEndPeriod(1); }
 
  private:
+  static DWORD WINAPI RunJob(void* job) {
+    std::unique_ptr<std::function<void()>> work(static_cast<std::function<void()>*>(job));
+    (*work)();
+    return 0;
+  }
+
   std::unique_ptr<calder::Win32ShutdownBlocker> blocker_;
 };
 
 }  // namespace
 
 int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
+  calder::SilenceErrorDialogs();
   calder::RestrictLibrarySearch();
   calder::InstallWin32Environment();
   static Win32Entry entry;
@@ -69,6 +84,7 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
   calder::InitLogging();
 
   static calder::Win32UpdateLock lock;
+  calder::EndRunOnCrash(&lock);
   static calder::Win32PowerStatus power;
   const calder::EntrySeams seams{entry, &lock, &power, &calder::main};
   return calder::RunEntry(seams, calder::ReadCommandLine(__argc, __argv));

@@ -19,7 +19,9 @@ constexpr wchar_t kNamespaceAlias[] = L"KoruCalder";
 
 // Bound at run time: Wine 8 exports none of these but the first (a stub
 // that returns null), so their absence is how a system without private
-// namespaces shows itself.
+// namespaces shows itself. The integrity label is bound apart: a system
+// with namespaces but without it cannot make the boundary an elevated
+// token's alone, so the lock then counts as held.
 struct NamespaceCalls {
   decltype(&CreateBoundaryDescriptorW) createBoundary;
   decltype(&AddSIDToBoundaryDescriptor) addSid;
@@ -27,6 +29,20 @@ struct NamespaceCalls {
   decltype(&CreatePrivateNamespaceW) createNamespace;
   decltype(&OpenPrivateNamespaceW) openNamespace;
 };
+
+struct LabelCall {
+  decltype(&AddIntegrityLabelToBoundaryDescriptor) addLabel;
+};
+
+void FillLabelCall(EntryPointFinder& find, LabelCall* call) {
+  find("AddIntegrityLabelToBoundaryDescriptor", &call->addLabel);
+}
+
+const LabelCall* IntegrityLabels() {
+  static LibraryBinding<LabelCall> kernel32(L"kernel32.dll", LibraryFolder::kSystem, FillLabelCall);
+  static const LabelCall* const call = kernel32.Bind();
+  return call;
+}
 
 void FillNamespaceCalls(EntryPointFinder& find, NamespaceCalls* calls) {
   find("CreateBoundaryDescriptorW", &calls->createBoundary);
@@ -42,18 +58,25 @@ const NamespaceCalls* PrivateNamespaces() {
   return calls;
 }
 
-// Creates the namespace, or opens it when another calder.exe made it first.
-// ERROR_SUCCESS or the failing call's error.
-DWORD OpenLockNamespace(const NamespaceCalls& calls, SECURITY_ATTRIBUTES* attributes, HANDLE* space) {
+// Creates the namespace, or opens it when another calder.exe made it first;
+// its boundary holds the Administrators group and the high integrity label,
+// so only an elevated token can create it. ERROR_SUCCESS or the failing
+// call's error.
+DWORD OpenLockNamespace(const NamespaceCalls& calls, const LabelCall& label, SECURITY_ATTRIBUTES* attributes,
+                        HANDLE* space) {
   BYTE administrators[SECURITY_MAX_SID_SIZE];
+  BYTE highLabel[SECURITY_MAX_SID_SIZE];
   DWORD size = sizeof administrators;
   if (!CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, administrators, &size)) return GetLastError();
+  size = sizeof highLabel;
+  if (!CreateWellKnownSid(WinHighLabelSid, nullptr, highLabel, &size)) return GetLastError();
   SetLastError(ERROR_SUCCESS);
   HANDLE boundary = calls.createBoundary(kNamespaceAlias, 0);
   if (boundary == nullptr) return GetLastError();
   DWORD error = ERROR_SUCCESS;
-  if (!calls.addSid(&boundary, administrators)) {
+  if (!calls.addSid(&boundary, administrators) || !label.addLabel(&boundary, highLabel)) {
     error = GetLastError();
+    if (error == ERROR_SUCCESS) error = ERROR_INVALID_PARAMETER;
   } else if ((*space = calls.createNamespace(attributes, boundary, kNamespaceAlias)) == nullptr) {
     error = GetLastError();
     if (error == ERROR_ALREADY_EXISTS) {
@@ -77,7 +100,13 @@ LockAttempt Win32UpdateLock::Acquire() {
   std::wstring name = std::wstring(L"Global\\") + name_;
   DWORD error = ERROR_SUCCESS;
   if (const NamespaceCalls* calls = PrivateNamespaces()) {
-    error = OpenLockNamespace(*calls, &attributes, &namespace_);
+    const LabelCall* label = IntegrityLabels();
+    if (label == nullptr) {
+      LocalFree(descriptor);
+      // Not LockFailure: a missing entry point there means no lock at all.
+      return {LockOutcome::Held, ERROR_PROC_NOT_FOUND};
+    }
+    error = OpenLockNamespace(*calls, *label, &attributes, &namespace_);
     name = std::wstring(kNamespaceAlias) + L"\\" + name_;
   }
   if (error == ERROR_SUCCESS) {

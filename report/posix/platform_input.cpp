@@ -13,6 +13,11 @@ std::vector<std::string> ProgramArguments(int argc, char** argv) {
   return std::vector<std::string>(argv + 1, argv + argc);
 }
 
+bool IsLink(const std::filesystem::path& path) {
+  struct stat facts;
+  return ::lstat(path.c_str(), &facts) != 0 || S_ISLNK(facts.st_mode);
+}
+
 InputFile::~InputFile() { Close(); }
 
 bool InputFile::Open(const std::filesystem::path& path, std::string* reason) {

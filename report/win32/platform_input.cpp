@@ -40,6 +40,11 @@ std::vector<std::string> ProgramArguments(int argc, char** argv) {
   return args;
 }
 
+bool IsLink(const std::filesystem::path& path) {
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  return attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+}
+
 InputFile::~InputFile() { Close(); }
 
 bool InputFile::Open(const std::filesystem::path& path, std::string* reason) {

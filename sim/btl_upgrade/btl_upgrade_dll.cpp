@@ -8,6 +8,9 @@
 //   BTL_SIM_RECORD       a file to which every call is appended, one a line
 //   BTL_SIM_TRACE        a recorded trace that answers every call instead of
 //                        the model
+//   BTL_SIM_FAULT        an entry point's name: that call faults (an access
+//                        violation inside this library), as a broken vendor
+//                        library would
 //   CALDER_SIM_VIOLATIONS  a file for the protocol violations the model records
 
 #include <windows.h>
@@ -102,6 +105,13 @@ void Record(const std::string& line) {
   }
 }
 
+void FaultIfAsked(const char* call) {
+  const char* fault = std::getenv("BTL_SIM_FAULT");
+  if (fault == nullptr || std::string(fault) != call) return;
+  volatile uintptr_t address = 0x10;
+  *reinterpret_cast<volatile int*>(address) = 1;
+}
+
 std::string Result(const char* call, int32_t rc) { return std::string(call) + " -> " + std::to_string(rc); }
 
 }  // namespace
@@ -127,6 +137,7 @@ BTL_EXPORT int32_t btl_upgrade_init(btl_upgrade_config* config) {
 }
 
 BTL_EXPORT int32_t btl_upgrade_from_file(const char* path) {
+  FaultIfAsked("btl_upgrade_from_file");
   const int32_t rc = Library().UpgradeFromFile(path);
   Record(Result((std::string("btl_upgrade_from_file ") + (path != nullptr ? path : "")).c_str(), rc));
   return rc;

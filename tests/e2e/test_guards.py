@@ -1,5 +1,6 @@
 """The guards around an update under Wine: a second calder.exe while one updates, a
-session end during the force write, a battery faked through /sys/class/power_supply."""
+session end during the force write, a battery faked through /sys/class/power_supply,
+a vendor library that faults."""
 
 import subprocess
 import time
@@ -100,6 +101,15 @@ class GuardsTest(unittest.TestCase):
         self.assertEqual((forced.stdout.strip(), result.rc), ("query answered 0", 1))
         self.assertEqual(result.lines()[-1], "ERROR shutdown_guard.cpp: session ending during update")
         self.assertFalse(stage.flashed())
+
+    def test_a_fault_in_the_vendor_library_ends_the_run_and_the_next_one_runs(self):
+        stage = UpdateStage("guard-fault")
+        result = stage.update(env={"BTL_SIM_FAULT": "btl_upgrade_from_file"})
+        self.assertEqual(result.rc, 1, result.lines())
+        self.assertRegex(result.lines()[-1], r"^ERROR crash_ending\.cpp: unhandled exception 0xC0000005 "
+                                             r"in btl_upgrade\.dll\+0x[0-9A-F]+$")
+        again = UpdateStage("guard-after-fault").update()
+        self.assertEqual(again.rc, 0, again.lines())
 
 
 if __name__ == "__main__":

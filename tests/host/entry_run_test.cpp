@@ -36,7 +36,10 @@ struct EntryRecorder : EntryPlatform, ShutdownBlocker, UpdateLock {
   }
   void PostClose(void* w) override { Note(w == nullptr ? "close null" : "close"); }
   void RunMessageLoop() override { Note("loop"); }
-  bool StartWorker(std::function<void()> work) override { return work(), true; }
+  bool StartWorker(std::function<void()> work) override {
+    if (!workerStarts) return Note("no worker"), false;
+    return work(), true;
+  }
   void FineTimer(bool on) override { Note(on ? "1 ms" : "timer back"); }
   void Block(const wchar_t*) override { Note("block"); }
   void Unblock() override { Note("unblock"); }
@@ -47,13 +50,13 @@ struct EntryRecorder : EntryPlatform, ShutdownBlocker, UpdateLock {
   test::LogCapture log;
   size_t logged = 0;
   Strings events;
-  bool helperAtStart = true, helperAtEnd = true, held = false;
+  bool helperAtStart = true, helperAtEnd = true, held = false, workerStarts = true;
   int helper = 0, finds = 0;
   void* window = &helper;
   SessionEndListener* listener = nullptr;
 };
 
-enum class Main { kReturns3, kThrows };
+enum class Main { kReturns3, kThrows, kNoWorker };
 
 // Admission, the version shortcut, the helper at both ends and the worker's
 // closing order; the exit code is main's, or 1 for a refusal or an exception.
@@ -84,6 +87,10 @@ TEST(EntryRunTest, RunsEachModeInItsOrder) {
       {{"--update"}, false, false, false, false, Main::kReturns3, 3,
        {version, "find", missing, "show", "ERROR calder.cpp: progress window could not be created", "1 ms",
         "main", returned + "3", "timer back", "close null", "find", "release"}},
+      {{"--update"}, false, true, true, true, Main::kNoWorker, 1,
+       {version, "find", "begins", begun, "show", "block", "no worker",
+        "ERROR calder.cpp: worker thread could not be started", "unblock", "close", "find", "ended", ended,
+        "loop", "release"}},
       {{"--version"}, false, true, true, true, Main::kReturns3, 3, {version, "main", "release"}},
       {{"--version"}, false, true, true, true, Main::kThrows, 1, {version, "main", "release"}},
       {{"--version"}, true, true, true, true, Main::kReturns3, 1,
@@ -96,6 +103,7 @@ TEST(EntryRunTest, RunsEachModeInItsOrder) {
     platform.helperAtStart = c.helperAtStart;
     platform.helperAtEnd = c.helperAtEnd;
     if (!c.window) platform.window = nullptr;
+    platform.workerStarts = c.main != Main::kNoWorker;
     WindowProgress progress(platform);
     const auto driver = [&](int, char**) {
       platform.Note("main");

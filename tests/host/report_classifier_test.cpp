@@ -246,6 +246,8 @@ TEST(ReportFleet, RecordsReadBackAndOddFilesAreCountedNotFatal) {
   fs::create_directories(fleet / "locked");
   std::ofstream(fleet / "locked" / "Calder_4.log") << Joined(ScenarioLog("success"), "\n");
   fs::permissions(fleet / "locked", fs::perms::none);
+  fs::create_directory_symlink(fleet / "a", fleet / "link");  // not followed, and not passed over either
+  fs::create_symlink(fleet / "Calder_3.log", fleet / "a" / "Calder_5.log");  // read as the file
   const fs::path pipe = Scratch() / "Calder_pipe.log";
   fs::remove(pipe);
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
@@ -260,13 +262,16 @@ TEST(ReportFleet, RecordsReadBackAndOddFilesAreCountedNotFatal) {
   fs::permissions(fleet / "locked", fs::perms::owner_all);
   std::fclose(out);
   std::fclose(err);
-  EXPECT_EQ(read.inputsRead, 3u);
-  EXPECT_EQ(read.inputsFailed, 2u);  // the pipe and the locked folder: listed, counted, the run went on
-  EXPECT_EQ(read.summary.runs, 4u);
-  EXPECT_EQ(read.summary.inputsNotRead, 1u);
+  EXPECT_EQ(read.inputsRead, 4u);
+  // The pipe, the locked folder and the link: listed, counted, the run went on.
+  EXPECT_EQ(read.inputsFailed, 3u);
+  EXPECT_EQ(read.summary.runs, 5u);
+  EXPECT_EQ(read.summary.inputsNotRead, 2u);
   const auto& unreadable = read.summary.unreadable;
   EXPECT_EQ(std::count(unreadable.begin(), unreadable.end(), (fleet / "locked").string()), 1);
-  EXPECT_EQ(read.summary.KindTotal(Kind::kUnreadable), 2u);
+  EXPECT_EQ(read.summary.unseenFolders, Lines({(fleet / "link").string(), (fleet / "locked").string()}));
+  EXPECT_EQ(read.summary.Gate(0.0), GateVerdict::kFoldersNotSeen);
+  EXPECT_EQ(read.summary.KindTotal(Kind::kUnreadable), 3u);
   EXPECT_EQ(read.summary.causes[static_cast<int>(Cause::kForceOpen)], 1u);
   EXPECT_EQ(read.summary.examples[static_cast<int>(Cause::kForceOpen)], (fleet / "Calder_2\xe9.log").string());
 
@@ -280,7 +285,7 @@ TEST(ReportFleet, RecordsReadBackAndOddFilesAreCountedNotFatal) {
   problems.resize(std::fread(&problems[0], 1, problems.size(), err));
   std::fclose(err);
   EXPECT_EQ(problems, "calder-report: " + records.string() + ": 2 lines are not records\n");
-  EXPECT_EQ(again.summary.runs, 4u);
+  EXPECT_EQ(again.summary.runs, 5u);
   EXPECT_EQ(again.summary.Updates(Outcome::kSuccess), 1u);
   EXPECT_EQ(again.summary.examples[static_cast<int>(Cause::kForceOpen)],
             (fleet / "Calder_2\xc3\xa9.log").string());

@@ -110,7 +110,8 @@ TEST(ReportRecord, EscapedNamesReadBackAsUtf8AndBrokenOnesAreNoRecord) {
 
 TEST(ReportFigures, PercentAndTenthsOfASecond) {
   const struct { uint64_t part, whole; const char* text; } percents[] = {
-      {0, 0, "n/a"}, {0, 7, "0.0"}, {1, 3, "33.3"}, {2, 3, "66.7"}, {7, 7, "100.0"}};
+      {0, 0, "n/a"}, {0, 7, "0.0"}, {1, 3, "33.3"}, {2, 3, "66.7"}, {7, 7, "100.0"},
+      {9, 16, "56.3"}, {7, 16, "43.8"}, {1, 80, "1.3"}};
   for (const auto& p : percents) EXPECT_EQ(Percent(p.part, p.whole), p.text);
   const struct { int64_t ms; const char* text; } seconds[] = {
       {0, "0.0"}, {99, "0.0"}, {100, "0.1"}, {999, "0.9"}, {1000, "1.0"}, {41650, "41.6"}, {3600000, "3600.0"}};
@@ -143,6 +144,25 @@ TEST(ReportFigures, BandAndConfidenceChangeAtTheirEdges) {
     const FleetSummary s = Fleet(c.success, c.failure);
     EXPECT_STREQ(BandName(s.RateBand()), c.band) << c.success << "/" << c.failure;
     EXPECT_STREQ(ConfidenceName(s.RateConfidence()), c.confidence) << c.success << "/" << c.failure;
+  }
+}
+
+// 9 of 16 is 56.25: every rate the report prints, in text and page alike,
+// is rounded half up as the gated headline is.
+TEST(ReportFigures, OneRoundingInEveryView) {
+  FleetSummary s = Fleet(9, 7);
+  RunRecord refused;
+  refused.kind = Kind::kUpdate;
+  refused.outcome = Outcome::kRefused;
+  refused.cause = Cause::kBatteryLow;
+  for (int i = 0; i < 9; ++i) s.Add(refused, "r");
+  const std::string text = SummaryText(s);
+  for (const char* part : {"success rate   56.3 %", "battery-low              9   56.3 %   r", "success   56.3 %"}) {
+    EXPECT_NE(text.find(part), std::string::npos) << part << "\n" << text;
+  }
+  const std::string page = HtmlPage(s);
+  for (const char* part : {">56.3 %</span>", ">9 (56.3 %)</text>", "<td class=\"n\">56.3 %</td>"}) {
+    EXPECT_NE(page.find(part), std::string::npos) << part;
   }
 }
 

@@ -45,6 +45,11 @@ TEST(ReportGate, OneRoundingAndNoPassWithoutEvidence) {
     }
     EXPECT_EQ(s.Gate(95.0), c.at95) << c.success << " " << c.unreadableLogs;
   }
+  // One folder not seen whole beside 990 good runs: under 1 %, refused all the same.
+  FleetSummary s;
+  Updates(s, Outcome::kSuccess) = s.runs = 990;
+  s.AddFolderNotSeen("logs/locked");
+  EXPECT_EQ(s.Gate(0.0), GateVerdict::kFoldersNotSeen);
 }
 
 // Names and versions come from logs and folders anyone may have written.

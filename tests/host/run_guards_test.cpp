@@ -55,21 +55,25 @@ TEST(RunAdmissionTest, EachLockOutcomeLeadsWhereItShould) {
   const std::string running = "ERROR run_guards.cpp: another update is running";
   const std::string low = "ERROR run_guards.cpp: battery too low for an update: 10 % on battery, needs 25 % or AC power";
   const struct { LockOutcome lock; std::string arg; bool admitted; std::string out; Strings calls, log;
-                 PowerStatus power = {0, 2, 10}; } cases[] = {
+                 PowerStatus power = {0, 2, 10}; unsigned long error = 120; } cases[] = {
       {LockOutcome::Taken, "--update", true, "", {"Acquire", "ReadPower", "Release"}, {}, {1, 2, 10}},
       {LockOutcome::Taken, "--version", true, "", {"Acquire", "Release"}, {}},
       {LockOutcome::Taken, "--update", false, "", {"Acquire", "ReadPower", "Release"}, {low}},
-      {LockOutcome::Held, "--update", false, "", {"Acquire"}, {running}},
-      {LockOutcome::Held, "--UPDATE", false, "", {"Acquire"}, {"INFO run_guards.cpp: run without an update refused", running}},
+      // Held by another update: no error; squatted or denied: the system's, after the refusal.
+      {LockOutcome::Held, "--update", false, "", {"Acquire"}, {running}, {0, 2, 10}, 0},
+      {LockOutcome::Held, "--update", false, "", {"Acquire"}, {running, "INFO run_guards.cpp: update lock: error 5"},
+       {0, 2, 10}, 5},
+      {LockOutcome::Held, "--UPDATE", false, "", {"Acquire"}, {"INFO run_guards.cpp: run without an update refused", running},
+       {0, 2, 10}, 0},
       {LockOutcome::Held, "--version", false, "compound version:0.0.0.0.0.0.0.0\n", {"Acquire"},
-       {"INFO run_guards.cpp: version report refused", running}},
+       {"INFO run_guards.cpp: version report refused", running}, {0, 2, 10}, 0},
       {LockOutcome::TakenOver, "--version", true, "", {"Acquire", "Release"},
        {"INFO run_guards.cpp: previous update ended without releasing the lock"}},
       {LockOutcome::NotCreatable, "--update", false, "", {"Acquire", "ReadPower"},
        {"INFO run_guards.cpp: update lock could not be created: error 120", low}}};
   for (auto c : cases) {
     GuardPlatform platform;
-    platform.lock = {c.lock, 120};
+    platform.lock = {c.lock, c.error};
     platform.power = c.power;
     test::LogCapture log;
     std::string program = "calder.exe";

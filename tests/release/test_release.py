@@ -6,7 +6,8 @@ refuse a changed byte, the sums and the SBOM must list every shipped file, the
 binaries must be stripped with their symbols beside the release, and the
 notices must name every component with its licence text. The release is made
 from a clone of the commit with a file added: refused, then built with
---allow-dirty and marked so."""
+--allow-dirty and marked so; an ignored source file planted beside the others
+never reaches the build."""
 
 import hashlib
 import json
@@ -77,6 +78,8 @@ class ReleaseTest(unittest.TestCase):
         (tree / "build").mkdir()
         (tree / "build" / "host").symlink_to(SOURCE / "build" / "host")  # the suite's calder-check
         (tree / "NOTES.txt").write_text("not in the commit\n")
+        # Ignored (crash-*), yet in a folder the build globs: it must never be compiled.
+        (tree / "driver" / "crash-x.cpp").write_text('#error "an ignored file reached the build"\n')
         cls.commit = run("git", "-C", tree, "rev-parse", "HEAD").stdout.strip()
         cls.refused = run(tree / "scripts" / "release", *cls.args, cls.work / "refused")
         # Niced: the Wine tests beside it need the processor on time, this build does not.
@@ -212,6 +215,7 @@ class ReleaseTest(unittest.TestCase):
     def test_a_tree_that_is_not_its_commit_is_refused_or_marked_dirty(self):
         self.assertEqual(self.refused.returncode, 1, self.refused.stderr)
         self.assertIn("\n?? NOTES.txt\n", self.refused.stderr)
+        self.assertNotIn("crash-x", self.refused.stderr + self.release.stderr)  # built all the same (setUp)
         self.assertFalse(self.work.joinpath("refused.zip").exists())
         bom = json.loads((self.out / "calder.cdx.json").read_text())
         self.assertEqual(bom["metadata"]["component"]["properties"],
