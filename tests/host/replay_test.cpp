@@ -8,10 +8,11 @@
 
 #include "force/boot_loader_packets.h"
 #include "replay/replay_run.h"
-#include "sim/trace/trace.h"
 #include "sim/trace/trace_decoder.h"
 #include "sim/trace/traced_libraries.h"
 #include "tests/support/force_rig.h"
+#include "trace/trace_reader.h"
+#include "trace/trace_writer.h"
 
 namespace calder::replay {
 namespace {
@@ -227,6 +228,8 @@ TEST(TraceReaderTest, DamagedTracesAreRefusedWithTheLineAndACutLastLineIsDropped
       {header + "\n" + R"({"seq":1,"t_us":0,"fn":"btl_write_data","in":"ff","len":2,"rc":0})" "\n", "length"},
       {header + "\n" + R"({"seq":1,"t_us":0,"fn":"btl_open_device"})" "\n", "\"rc\""},
       {header + "\n" + R"({"seq":1,"t_us":0,"fn":"btl_upgrade_init","rc":0})" "\n", "no entry point"},
+      {header + "\n" + R"({"seq":2,"t_us":0,"fn":"btl_open_device","rc":0})" "\n", "line 2: seq 2 where 1 belongs"},
+      {header + "\n" + open + "\n" + open + "\n", "line 3: seq 1 where 2 belongs"},
       {header + "\n" + open + "\n{\"seq\":2,\"t_us\":5,\"fn\":\"btl_clo", ""},
   };
   for (const auto& c : kCases) {
