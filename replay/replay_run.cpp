@@ -62,8 +62,7 @@ RecordedRun RecordUpdate(const std::filesystem::path& packageDir,
   Arrange(laptop, package);
   if (arrange) arrange(laptop);
   // A library the arrangement left out stays out, unrecorded.
-  RecordingBridge bridge(laptop.bridge != nullptr ? *laptop.bridge : laptop.sensor, laptop.clock,
-                         package.machine().moduleDir());
+  RecordingBridge bridge(laptop.bridge != nullptr ? *laptop.bridge : laptop.sensor, laptop.clock);
   RecordingUpgrade upgrade(laptop.upgrade != nullptr ? *laptop.upgrade : laptop.touchpad,
                            laptop.clock, package.machine().moduleDir());
   if (laptop.bridge != nullptr) laptop.bridge = &bridge;
