@@ -34,6 +34,25 @@ int RunQuietly(sim::SimulatedLaptop& laptop) {
   return laptop.RunMain({"--update"});
 }
 
+// Why the traces cannot be replayed together; empty when they can.
+std::string Unplayable(const std::vector<Trace>& traces, int* exitCode) {
+  for (size_t i = 0; i < traces.size(); ++i) {
+    if (const TraceLine* refusal = traces[i].Refusal()) {
+      *exitCode = kReplayRecorderRefused;
+      return traces[i].name + ": the recorder refused to load the vendor library (" + *refusal->refused +
+             ": " + refusal->why + "); the trace holds no call to replay";
+    }
+    for (size_t j = 0; j < i; ++j) {
+      if (traces[j].library == traces[i].library) {
+        *exitCode = kReplayBadInput;
+        return std::string("two traces of ") + LibraryFile(traces[i].library) + " (" + traces[j].name +
+               ", " + traces[i].name + "); a replay takes one per library";
+      }
+    }
+  }
+  return "";
+}
+
 }  // namespace
 
 RecordedRun RecordUpdate(const std::filesystem::path& packageDir,
@@ -43,8 +62,7 @@ RecordedRun RecordUpdate(const std::filesystem::path& packageDir,
   Arrange(laptop, package);
   if (arrange) arrange(laptop);
   // A library the arrangement left out stays out, unrecorded.
-  RecordingBridge bridge(laptop.bridge != nullptr ? *laptop.bridge : laptop.sensor, laptop.clock,
-                         package.machine().moduleDir());
+  RecordingBridge bridge(laptop.bridge != nullptr ? *laptop.bridge : laptop.sensor, laptop.clock);
   RecordingUpgrade upgrade(laptop.upgrade != nullptr ? *laptop.upgrade : laptop.touchpad,
                            laptop.clock, package.machine().moduleDir());
   if (laptop.bridge != nullptr) laptop.bridge = &bridge;
@@ -59,6 +77,8 @@ RecordedRun RecordUpdate(const std::filesystem::path& packageDir,
 
 ReplayOutcome ReplayUpdate(const std::vector<Trace>& traces, const std::filesystem::path& packageDir) {
   ReplayOutcome outcome;
+  outcome.problem = Unplayable(traces, &outcome.exitCode);
+  if (!outcome.problem.empty()) return outcome;
   check::StagedPackage package(packageDir);
   sim::SimulatedLaptop laptop;
   Arrange(laptop, package);

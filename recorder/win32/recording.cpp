@@ -1,13 +1,13 @@
 #include "recorder/win32/recording.h"
 
-#include <vector>
 
 #include "base/sha256.h"
 #include "driver/folder_trust.h"
 #include "platform/win32/folder_security.h"
 #include "platform/win32/new_file.h"
+#include "platform/win32/process_clock.h"
 #include "platform/win32/win32_seams.h"
-#include "recorder/trace_place.h"
+#include "trace/trace_place.h"
 
 namespace calder::recorder {
 namespace {
@@ -55,19 +55,6 @@ std::string Narrow(const std::wstring& wide) {
 // disk at this pace, from a thread no call waits for.
 constexpr DWORD kFlushPeriodMs = 100;
 
-uint64_t MicrosecondsNow() {
-  static LARGE_INTEGER frequency = [] {
-    LARGE_INTEGER f;
-    QueryPerformanceFrequency(&f);
-    return f;
-  }();
-  LARGE_INTEGER now;
-  QueryPerformanceCounter(&now);
-  const uint64_t ticks = static_cast<uint64_t>(now.QuadPart);
-  const uint64_t perSecond = static_cast<uint64_t>(frequency.QuadPart);
-  return ticks / perSecond * 1000000 + ticks % perSecond * 1000000 / perSecond;
-}
-
 int UtcOffsetMinutes() {
   TIME_ZONE_INFORMATION zone;
   const DWORD kind = GetTimeZoneInformation(&zone);
@@ -77,31 +64,9 @@ int UtcOffsetMinutes() {
   return kind == TIME_ZONE_ID_INVALID ? 0 : -bias;
 }
 
-std::string HashOpenFile(HANDLE file) {
-  if (file == INVALID_HANDLE_VALUE) return std::string();
-  check::Sha256 hash;
-  std::vector<uint8_t> chunk(64 * 1024);
-  DWORD read = 0;
-  bool ok = true;
-  while ((ok = ReadFile(file, chunk.data(), static_cast<DWORD>(chunk.size()), &read, nullptr) != 0) &&
-         read > 0) {
-    hash.Update(chunk.data(), read);
-  }
-  CloseHandle(file);
-  if (!ok) return std::string();
-  const std::array<uint8_t, 32> digest = hash.Finish();
-  return check::HexOf(digest.data(), digest.size());
-}
-
 }  // namespace
 
-std::string FileSha256(const char* path) {
-  if (path == nullptr) return std::string();
-  return HashOpenFile(CreateFileA(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr));
-}
-
-Recording::Recording(const wchar_t* libraryFile, const char* library)
+Recording::Recording(const wchar_t* libraryFile, TraceLibrary library)
     : libraryFile_(libraryFile), library_(library), folder_(ModuleFolder()) {
   if (folder_.empty()) return;
   vendor_ = std::make_unique<CheckedLibrary>(folder_, kVendorFolder, libraryFile_);
@@ -137,7 +102,7 @@ void Recording::OpenTrace() {
   const LocalTime local = process.Now();
   const unsigned long pid = process.ProcessId();
   const std::string path =
-      std::string(kTraceFolder) + "\\" + TraceFileName(local, pid, library_.c_str());
+      std::string(kTraceFolder) + "\\" + TraceFileName(local, pid, LibraryName(library_));
   if (!CheckFileTarget(files, path).trusted) return;
   sink_.file = CreateNewFile(path);
   if (sink_.file == INVALID_HANDLE_VALUE) return;
@@ -147,15 +112,18 @@ void Recording::OpenTrace() {
     const std::string& bytes = vendor_->bytes();
     vendorSha = check::Sha256Hex(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
   }
-  sink_.Append(TraceHeader(Narrow(libraryFile_).c_str(), vendorSha,
-                           IsoLocalTime(local, UtcOffsetMinutes()), pid, Narrow(folder_)));
+  Trace header;
+  header.library = library_;
+  header.vendorSha256 = vendorSha;
+  header.started = IsoLocalTime(local, UtcOffsetMinutes());
+  header.pid = static_cast<int64_t>(pid);
+  sink_.Append(FormatTraceHeader(header));
   if (vendorPath_.empty()) {
     // No call reaches the vendor library: the one line says why.
-    trace_.Write(0, [this](TraceLine& line) {
-      line.Text("refused", vendor_ ? vendor_->refused().c_str() : "vendor\\")
-          .Text("why", vendor_ ? vendor_->why().c_str() : "cannot be named: the recorder's own "
-                                                          "path cannot be read");
-    });
+    TraceLine line;
+    line.refused = vendor_ ? vendor_->refused() : std::string("vendor\\");
+    line.why = vendor_ ? vendor_->why() : std::string("cannot be named: the recorder's own path cannot be read");
+    writer_.Write(line);
     FlushFileBuffers(sink_.file);
     sink_.sealed = true;
     return;
@@ -168,14 +136,16 @@ void Recording::OpenTrace() {
   if (HANDLE thread = CreateThread(nullptr, 0, &FlushLoop, &sink_, 0, nullptr)) CloseHandle(thread);
 }
 
-uint64_t Recording::EnterCall() {
+int64_t Recording::EnterCall() {
   if (!opened_) {
     opened_ = true;
     OpenTrace();
   }
-  return trace_.Since(MicrosecondsNow(), true);
+  return Now();
 }
 
-uint64_t Recording::Now() { return trace_.Since(MicrosecondsNow(), false); }
+int64_t Recording::Now() { return MicrosecondsSinceProcessStart(); }
+
+std::string Recording::InPackage(const std::string& path) const { return PathUnder(path, Narrow(folder_)); }
 
 }  // namespace calder::recorder

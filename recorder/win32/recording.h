@@ -8,7 +8,7 @@
 #include <string>
 
 #include "platform/win32/checked_library.h"
-#include "recorder/trace_line.h"
+#include "trace/trace_writer.h"
 
 namespace calder::recorder {
 
@@ -19,18 +19,21 @@ namespace calder::recorder {
 // what was refused and why.
 class Recording {
  public:
-  // libraryFile "btl_hid_transfer.dll", library "bridge" (the trace's name).
-  Recording(const wchar_t* libraryFile, const char* library);
+  Recording(const wchar_t* libraryFile, TraceLibrary library);
   ~Recording();
 
   // The vendor library's full path, loaded already, or empty when it (its
   // folder or a library it imports from there) is missing or refused.
   const std::wstring& VendorPath() const { return vendorPath_; }
   // t_us of a call entering now; the first call opens the trace.
-  uint64_t EnterCall();
-  // t_us now, for a callback.
-  uint64_t Now();
-  Trace& trace() { return trace_; }
+  int64_t EnterCall();
+  // Microseconds since the process started, the clock of every trace line.
+  int64_t Now();
+  // A path as the trace records it: relative to the recorder's folder, the
+  // package's, so no trace names the recording machine's folders.
+  std::string InPackage(const std::string& path) const;
+  // Numbers the line and writes it to the trace.
+  void Write(TraceLine& line) { writer_.Write(line); }
 
  private:
   class FileSink : public TraceSink {
@@ -44,16 +47,13 @@ class Recording {
   void OpenTrace();
 
   std::wstring libraryFile_;
-  std::string library_;
+  TraceLibrary library_;
   std::wstring folder_;  // the recorder's own, without a trailing backslash
   std::unique_ptr<CheckedLibrary> vendor_;
   std::wstring vendorPath_;
   FileSink sink_;
-  Trace trace_{sink_};
+  TraceWriter writer_{sink_, library_};
   bool opened_ = false;
 };
-
-// SHA-256 of a file as lowercase hex, empty when it cannot be read.
-std::string FileSha256(const char* path);
 
 }  // namespace calder::recorder

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "sim/trace/trace.h"
+#include "trace/trace.h"
 
 namespace calder::replay {
 

@@ -1,52 +1,10 @@
 #include "sim/trace/traced_libraries.h"
 
-#include <cstdio>
 #include <cstring>
 
 #include "base/sha256.h"
 
 namespace calder::replay {
-
-namespace {
-
-std::vector<uint8_t> LeBytes(const void* value, size_t size) {
-  const uint8_t* bytes = static_cast<const uint8_t*>(value);
-  return std::vector<uint8_t>(bytes, bytes + size);  // the host is little-endian, like the record
-}
-
-}  // namespace
-
-std::optional<std::string> FileSha256(const std::string& path) {
-  std::FILE* file = std::fopen(path.c_str(), "rb");
-  if (file == nullptr) return std::nullopt;
-  check::Sha256 sha;
-  uint8_t chunk[65536];
-  size_t got = 0;
-  while ((got = std::fread(chunk, 1, sizeof chunk, file)) > 0) sha.Update(chunk, got);
-  const bool failed = std::ferror(file) != 0;
-  std::fclose(file);
-  if (failed) return std::nullopt;
-  const auto digest = sha.Finish();
-  return check::HexOf(digest.data(), digest.size());
-}
-
-TraceLine CallLine(const char* fn) {
-  TraceLine line;
-  line.fn = fn;
-  return line;
-}
-
-TraceConfig ConfigLine(const btl_upgrade_config* config) {
-  TraceConfig c;
-  if (config == nullptr) return c;
-  if (config->hwId != nullptr) c.hwId = std::string(config->hwId);
-  c.chipId = config->chipId;
-  c.haveBoot = config->haveBoot;
-  c.options = {config->option1, config->option2, config->option3};
-  c.progress = config->progress != nullptr;
-  c.log = config->log != nullptr;
-  return c;
-}
 
 int TracedBridge::Simple(BridgeEntryPoint entry) {
   std::vector<const TraceLine*> callbacks;
@@ -57,8 +15,7 @@ int TracedBridge::Simple(BridgeEntryPoint entry) {
 int TracedBridge::btl_write_data(unsigned char* buffer, int length) {
   TraceLine call = CallLine(kBridgeLibraryEntryPoints[kWriteData]);
   call.len = length;
-  call.in = length > 0 && buffer != nullptr ? std::vector<uint8_t>(buffer, buffer + length)
-                                             : std::vector<uint8_t>();
+  call.in = BytesOf(buffer, length);
   std::vector<const TraceLine*> callbacks;
   const TraceLine* recorded = player.Next(call, &callbacks);
   return recorded != nullptr ? *recorded->rc : kDeadDeviceResult;
@@ -70,12 +27,12 @@ int TracedBridge::btl_read_data(unsigned char* buffer, int length) {
   std::vector<const TraceLine*> callbacks;
   const TraceLine* recorded = player.Next(call, &callbacks);
   if (recorded == nullptr) return kDeadDeviceResult;
-  if (buffer != nullptr) std::memcpy(buffer, recorded->out->data(), recorded->out->size());
+  if (buffer != nullptr && recorded->out) std::memcpy(buffer, recorded->out->data(), recorded->out->size());
   return *recorded->rc;
 }
 
 int32_t TracedUpgrade::Play(TraceLine actual, void* value, size_t size) {
-  if (value != nullptr) actual.in = LeBytes(value, size);
+  actual.in = BytesOf(value, static_cast<long long>(size));  // the host is little-endian, like the record
   std::vector<const TraceLine*> callbacks;
   const TraceLine* recorded = player.Next(std::move(actual), &callbacks);
   if (recorded == nullptr) return kDeadDeviceResult;
@@ -84,7 +41,9 @@ int32_t TracedUpgrade::Play(TraceLine actual, void* value, size_t size) {
     if (cb->cb == "progress" && progress_ != nullptr) progress_(cb->value, text);
     if (cb->cb == "log" && log_ != nullptr) log_(cb->value, text);
   }
-  if (value != nullptr && recorded->out) std::memcpy(value, recorded->out->data(), size);
+  if (value != nullptr && recorded->out && recorded->out->size() == size) {
+    std::memcpy(value, recorded->out->data(), size);
+  }
   return recorded->rc.value_or(0);
 }
 
@@ -92,14 +51,14 @@ int32_t TracedUpgrade::Init(btl_upgrade_config* config) {
   progress_ = config != nullptr ? config->progress : nullptr;
   log_ = config != nullptr ? config->log : nullptr;
   TraceLine call = CallLine(kUpgradeLibraryEntryPoints[kUpgradeInit]);
-  call.config = ConfigLine(config);
+  call.config = RecordedConfig(config);
   return Play(call, nullptr, 0);
 }
 
 int32_t TracedUpgrade::UpgradeFromFile(const char* path) {
   TraceLine call = CallLine(kUpgradeLibraryEntryPoints[kUpgradeFromFile]);
-  call.path = path != nullptr ? path : "";
-  call.sha256 = FileSha256(*call.path);
+  call.path = TextOf(path);
+  call.sha256 = path != nullptr ? check::FileSha256(path) : std::nullopt;
   return Play(call, nullptr, 0);
 }
 
@@ -117,8 +76,8 @@ int32_t TracedUpgrade::GetChipId(uint8_t* chipId) {
 
 int32_t TracedUpgrade::CheckNeedUpgrade(const char* path, uint32_t* needUpgrade) {
   TraceLine call = CallLine(kUpgradeLibraryEntryPoints[kCheckNeedUpgrade]);
-  call.path = path != nullptr ? path : "";
-  call.sha256 = FileSha256(*call.path);
+  call.path = TextOf(path);
+  call.sha256 = path != nullptr ? check::FileSha256(path) : std::nullopt;
   return Play(call, needUpgrade, sizeof *needUpgrade);
 }
 

@@ -59,11 +59,4 @@ class TracedUpgrade : public UpgradeLibrary {
   btl_log_callback log_ = nullptr;
 };
 
-// The program's file as a trace records it: its SHA-256, none when unreadable.
-std::optional<std::string> FileSha256(const std::string& path);
-
-// A call as the run makes it, for the player to match.
-TraceLine CallLine(const char* fn);
-TraceConfig ConfigLine(const btl_upgrade_config* config);
-
 }  // namespace calder::replay
