@@ -10,7 +10,7 @@ import unittest
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-from calder_e2e import BUILD, Stage, clear_marker, main
+from calder_e2e import BUILD, Stage, clear_marker, main, windows_run
 
 # stage.run beside the test; result() gives its result or raises its error.
 BACKGROUND = ThreadPoolExecutor(max_workers=1)
@@ -28,10 +28,10 @@ class Helper:
     def __init__(self, stage, quit_on_begin=False):
         self.record = stage.dir / "gesture_record.txt"
         ready = Path(str(self.record) + ".ready")
-        args = ["wine", str(stage.copy_in(HELPER)), self.record.name, "60"]
-        self.proc = subprocess.Popen(args + (["quit-on-begin"] if quit_on_begin else []),
-                                     cwd=stage.dir, stdout=subprocess.DEVNULL,
-                                     stderr=subprocess.DEVNULL)
+        args = [stage.copy_in(HELPER), self.record.name, "60"]
+        self.proc = windows_run.start(*args, *(["quit-on-begin"] if quit_on_begin else []),
+                                      cwd=stage.dir, stdout=subprocess.DEVNULL,
+                                      stderr=subprocess.DEVNULL)
         deadline = time.monotonic() + 60
         while not ready.exists() and time.monotonic() < deadline:
             time.sleep(0.05)
