@@ -1,5 +1,5 @@
 """Runs the real calder.exe in a staged folder (under Wine on Linux, through
-tests/support/windows_run.py) and reads back what it left: exit code,
+tools/windows_run.py) and reads back what it left: exit code,
 standard output, the run's log file and the run marker."""
 
 import contextlib
@@ -11,7 +11,7 @@ import sys
 import time
 from pathlib import Path
 
-sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "support"))
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tools"))
 import windows_run  # noqa: E402
 from windows_run import windows_path  # noqa: E402,F401
 

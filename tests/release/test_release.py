@@ -6,9 +6,8 @@ refuse a changed byte, the sums and the SBOM must list every shipped file, the
 binaries must be stripped with their symbols beside the release, and the
 notices must name every component with its licence text. The release is made
 from a clone of the commit with a file added: refused, then made with
---allow-dirty and marked so, from the suite's own mingw tree
-(CALDER_RELEASE_BUILD) rather than a second build of the same commit; a tree
-configured afresh at another path compiles the same objects."""
+--allow-dirty from the suite's own mingw tree (CALDER_RELEASE_BUILD) and marked
+so; a tree configured afresh at another path compiles the same objects."""
 
 import hashlib
 import json
@@ -26,7 +25,7 @@ from pathlib import Path
 SOURCE = Path(os.environ.get("CALDER_SOURCE", Path(__file__).resolve().parents[2]))
 BUILD = Path(os.environ.get("CALDER_BUILD", SOURCE / "build" / "win"))
 SCHEMAS = SOURCE / "build" / "cyclonedx-schema"
-sys.path.insert(0, str(SOURCE / "tests" / "support"))
+sys.path.insert(0, str(SOURCE / "tools"))
 import windows_run  # noqa: E402
 SIGNED = ["calder.exe", "rlottie.dll"]
 

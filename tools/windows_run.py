@@ -4,6 +4,7 @@ Linux gives them; on Windows they are reported not applicable, never passed."""
 
 import os
 import shutil
+import struct
 import subprocess
 import sys
 import unittest
@@ -96,6 +97,64 @@ def windows_path(path):
 def drive_c(prefix):
     """C:\\ as the programs see it: the prefix's drive_c under Wine."""
     return Path(os.environ.get("SystemDrive", "C:") + "\\") if ON_WINDOWS else Path(prefix) / "drive_c"
+
+
+def screenshot(path):
+    """The screen the programs draw on, (x, y) -> (r, g, b) with its .size, also
+    saved to path (xwd's dump of the X display here, a BMP on Windows); None
+    when it could not be taken."""
+    if ON_WINDOWS:
+        return gdi_screenshot(path)
+    if subprocess.run(["xwd", "-root", "-silent", "-display", os.environ.get("DISPLAY", ":0"),
+                       "-out", str(path)], capture_output=True).returncode != 0:
+        return None
+    return xwd_reader(path)
+
+
+def xwd_reader(xwd):
+    """(x, y) -> (r, g, b) of a dump xwd made (also used by scripts/demo)."""
+    data = Path(xwd).read_bytes()
+    fields = struct.unpack(">25I", data[:100])
+    header_size, byte_order, bits_per_pixel, bytes_per_line = (
+        fields[0], fields[7], fields[11], fields[12])
+    masks, ncolors = fields[14:17], fields[19]
+    pixels = data[header_size + ncolors * 12:]
+    step = bits_per_pixel // 8
+    shifts = [(m & -m).bit_length() - 1 for m in masks]
+
+    def at(x, y):
+        i = y * bytes_per_line + x * step
+        value = int.from_bytes(pixels[i:i + step], "little" if byte_order == 0 else "big")
+        return tuple((value & m) >> s for m, s in zip(masks, shifts))
+    at.size = fields[4], fields[5]
+    return at
+
+
+def gdi_screenshot(path):
+    """The screen as GDI has it, saved as a BMP."""
+    user, gdi = ctypes.windll.user32, ctypes.windll.gdi32
+    for call in [user.GetDC, gdi.CreateCompatibleDC, gdi.CreateCompatibleBitmap, gdi.SelectObject]:
+        call.restype = ctypes.c_void_p  # handles are 64-bit
+    width, height = user.GetSystemMetrics(0), user.GetSystemMetrics(1)
+    screen = ctypes.c_void_p(user.GetDC(None))
+    memory = ctypes.c_void_p(gdi.CreateCompatibleDC(screen))
+    bitmap = ctypes.c_void_p(gdi.CreateCompatibleBitmap(screen, width, height))
+    gdi.SelectObject(memory, bitmap)
+    copied = gdi.BitBlt(memory, 0, 0, width, height, screen, 0, 0, 0x00CC0020 | 0x40000000)  # layered too
+    header = (ctypes.c_int32 * 10)(40, width, -height, 1 | (32 << 16), 0, 0, 0, 0, 0, 0)
+    pixels = ctypes.create_string_buffer(width * height * 4)
+    copied = copied and gdi.GetDIBits(memory, bitmap, 0, height, pixels, header, 0)
+    gdi.DeleteObject(bitmap), gdi.DeleteDC(memory), user.ReleaseDC(None, screen)
+    if not copied:
+        return None
+    data = pixels.raw  # BGRA, top row first
+    Path(path).write_bytes(b"BM" + (54 + len(data)).to_bytes(4, "little") + (54 << 32).to_bytes(8, "little")
+                           + bytes(header) + data)
+
+    def at(x, y):
+        return tuple(data[(y * width + x) * 4 + 2 - c] for c in range(3))
+    at.size = width, height
+    return at
 
 
 def not_applicable(name):
