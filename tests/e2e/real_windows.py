@@ -15,8 +15,7 @@ BOX = (890, 490)  # the skin's box, centred on any screen
 # filled to 30 % and its track near the end; and the rows of white text.
 SAME_COLOUR = [(10, 10), (300, 163), (850, 160), (185, 224), (725, 224)]
 TEXT_ROWS = [(283, 336), (382, 404)]
-PROTECTED = ["/inheritance:r", "/grant:r", "*S-1-5-18:(OI)(CI)F", "*S-1-5-32-544:(OI)(CI)F",
-             "*S-1-5-11:(OI)(CI)RX"]
+PROTECTED = ["/inheritance:r", "/grant:r", "*S-1-5-18:(OI)(CI)F", "*S-1-5-32-544:(OI)(CI)F", "*S-1-5-11:(OI)(CI)RX"]
 
 
 def in_box(at):

@@ -53,9 +53,8 @@ def window_stage(name):
 
 
 def update_filling_the_bar(name, screenshot, filled_at):
-    """A full --update with the helper there, screenshot(stage) taken while it runs
-    ((x, y) -> (r, g, b), or None) until filled_at(it): the result, the helper's
-    sighting, the first screenshot and the one with the bar filled."""
+    """A full --update with the helper there and screenshot(stage) taken until filled_at
+    it: the result, the helper's sighting, the first screenshot and the filled one."""
     clear_marker()
     stage = window_stage(name)
     for dll in STAND_INS:
