@@ -22,7 +22,7 @@ def in_box(at):
     return lambda x, y: at((at.size[0] - BOX[0]) // 2 + x, (at.size[1] - BOX[1]) // 2 + y)
 
 
-def ink(at, rows):
+def ink(at, rows):  # white pixels in the rows, every second column
     return sum(1 for y in range(*rows) for x in range(0, BOX[0], 2) if min(at(x, y)) > 200)
 
 
@@ -64,8 +64,7 @@ class RealWindowsTest(unittest.TestCase):
             result = stage.run("--update", env={"BTL_SIM_RECORD": windows_run.windows_path(record),
                                                 "CALDER_FORCE_SIM_DIR": windows_run.windows_path(sensor)})
             self.assertEqual((result.rc == 0, record.exists()), (loaded, loaded), name)
-            if not loaded:
-                self.assertIn("ERROR: Init failed with error code: 126", result.messages())
+            self.assertEqual("ERROR: Init failed with error code: 126" in result.messages(), not loaded, name)
 
 
 def icacls(folder, *args):

@@ -231,8 +231,7 @@ class ReleaseTest(unittest.TestCase):
         env = {k: v for k, v in os.environ.items() if not k.endswith("_COMPILER_LAUNCHER")}
         run("cmake", "-S", self.work / "tree", "-B", fresh, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
             "-DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake", env=env, check=True)
-        objects = ["CMakeFiles/calder.dir/app/win32/calder.cpp.obj",
-                   "CMakeFiles/calder-check.dir/check/main.cpp.obj"]
+        objects = ["CMakeFiles/calder.dir/app/win32/calder.cpp.obj", "CMakeFiles/calder-check.dir/check/main.cpp.obj"]
         run("nice", "-n", "10", "ninja", "-C", fresh, *objects, env=env, check=True)
         for name in objects:
             self.assertEqual((fresh / name).read_bytes(), (BUILD / name).read_bytes(), name)

@@ -1,6 +1,7 @@
 // Only real Windows runs these (win_real_windows; docs/TESTING.md): Wine has no
 // private namespaces, no second token and no NTFS ACLs or junctions.
 #include <windows.h>
+#include <shlobj.h>
 
 #include <gtest/gtest.h>
 
@@ -85,12 +86,7 @@ void TryTheLockAs(HANDLE token, const std::wstring& lock, bool squat) {
 class RealWindowsLock : public testing::TestWithParam<bool> {};
 
 TEST_P(RealWindowsLock, ALowerTokenCanNeitherCreateOpenNorSquatTheLock) {
-  TOKEN_ELEVATION elevation = {};
-  DWORD size = 0;
-  HANDLE own = nullptr;
-  OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &own);
-  GetTokenInformation(own, TokenElevation, &elevation, sizeof elevation, &size);
-  ASSERT_TRUE(elevation.TokenIsElevated) << "the suite runs elevated on Windows, as calder.exe does";
+  ASSERT_TRUE(IsUserAnAdmin()) << "the suite runs elevated on Windows, as calder.exe does";
   HANDLE token = LowerToken(GetParam());
   ASSERT_NE(token, nullptr) << "error " << GetLastError();
   const std::wstring lock = GetParam() ? L"CalderRealLockRestricted" : L"CalderRealLockNonElevated";
@@ -119,8 +115,6 @@ TEST(RealWindowsFolders, AProgramDataFolderIsTrustedAndAJunctionToItIsNot) {
   ASSERT_EQ(std::system(("mklink /J \"" + link + "\" \"" + folder + "\" >nul").c_str()), 0);
   EXPECT_TRUE(files.Inspect(link).isReparsePoint);
   EXPECT_EQ(CheckFolder(files, link).reason, "is a reparse point (junction or link)");
-  RemoveDirectoryA(link.c_str());
-  RemoveDirectoryA(folder.c_str());
 }
 
 }  // namespace
