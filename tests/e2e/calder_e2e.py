@@ -1,5 +1,6 @@
-"""Runs the real calder.exe under Wine in a staged folder and reads back what
-it left: exit code, standard output, the run's log file and the run marker."""
+"""Runs the real calder.exe in a staged folder (under Wine on Linux, through
+tools/windows_run.py) and reads back what it left: exit code,
+standard output, the run's log file and the run marker."""
 
 import contextlib
 import os
@@ -8,13 +9,17 @@ import shutil
 import subprocess
 import sys
 import time
-import unittest
 from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tools"))
+import windows_run  # noqa: E402
+from windows_run import windows_path  # noqa: E402,F401
 
 BUILD = Path(os.environ.get("CALDER_BUILD", Path(__file__).resolve().parents[2] / "build" / "win"))
 SOURCE = Path(os.environ.get("CALDER_SOURCE", Path(__file__).resolve().parents[2]))
 WINEPREFIX = Path(os.environ.get("WINEPREFIX", BUILD / "wineprefix"))
-SERVICE_DIR = WINEPREFIX / "drive_c" / "ProgramData" / "KORU" / "KoruDeviceService"
+windows_run.own_prefix(WINEPREFIX)
+SERVICE_DIR = windows_run.drive_c(WINEPREFIX) / "ProgramData" / "KORU" / "KoruDeviceService"
 LOG_DIR = SERVICE_DIR / "log"
 MARKER = SERVICE_DIR / "Calder_ProcessPath.txt"
 HID_STANDINS = BUILD / "sim" / "touch_hid"
@@ -23,11 +28,6 @@ HID_OVERRIDES = "mscoree,mshtml=;setupapi,hid=n,b"
 # "2026-04-22 09:30:15.123 INFO calder.cpp 57: message"
 LOG_LINE = re.compile(
     r"^(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2}\.\d{3}) (\w+) (\S+) (\d+): (.*)$")
-
-
-def windows_path(path):
-    """The path as the program sees it through Wine's Z: drive."""
-    return "Z:" + str(Path(path).resolve()).replace("/", "\\")
 
 
 class LogLine:
@@ -109,16 +109,12 @@ class Stage:
         return result
 
     def _run_once(self, args, env, timeout, launcher):
-        full_env = dict(os.environ)
-        full_env["WINEPREFIX"] = str(WINEPREFIX)
-        full_env.setdefault("WINEDEBUG", "-all")
-        full_env.setdefault("WINEDLLOVERRIDES", "mscoree,mshtml=")
-        full_env.update(env or {})
+        full_env = windows_run.environment(env, WINEPREFIX)
         violations = violations_file(self, full_env)
         before = set(LOG_DIR.glob("Calder_*.log")) if LOG_DIR.exists() else set()
         start = time.monotonic()
-        proc = subprocess.run([*launcher, "wine", str(self.exe), *args], cwd=self.cwd, env=full_env,
-                              capture_output=True, timeout=timeout)
+        proc = subprocess.run([*launcher, *windows_run.command(self.exe, *args)], cwd=self.cwd,
+                              env=full_env, capture_output=True, timeout=timeout)
         elapsed = time.monotonic() - start
         after = set(LOG_DIR.glob("Calder_*.log")) if LOG_DIR.exists() else set()
         # Runs that overlap this one write logs too: this run's started first
@@ -165,7 +161,8 @@ def hid_standins_in_system32(prefix=WINEPREFIX):
     from, the prefix's system folder, for the duration of the block. Yields the
     environment under which Wine loads them (native first); Wine's own services
     keep their built-in copies. Wine's files go back after, also after a run
-    that was cut short before."""
+    that was cut short before. Not on Windows: windows_run.NOT_ON_WINDOWS."""
+    assert not windows_run.ON_WINDOWS, "a test with the stand-ins is missing from NOT_ON_WINDOWS"
     system32 = Path(prefix) / "drive_c" / "windows" / "system32"
     names = ["hid.dll", "setupapi.dll"]
 
@@ -189,4 +186,4 @@ def hid_standins_in_system32(prefix=WINEPREFIX):
 
 
 def main():
-    unittest.main(verbosity=2)
+    windows_run.unittest_main()

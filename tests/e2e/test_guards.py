@@ -9,7 +9,7 @@ from concurrent.futures import ThreadPoolExecutor
 from datetime import datetime
 
 from calder_e2e import (BUILD, LOG_DIR, Stage, clear_marker, hid_standins_in_system32, main,
-                        marker_text, windows_path)
+                        marker_text, windows_path, windows_run)
 
 BACKGROUND = ThreadPoolExecutor(max_workers=1)
 # Wine turns the charge into energy with the voltage, then energy into percent.
@@ -95,8 +95,8 @@ class GuardsTest(unittest.TestCase):
     def test_a_session_that_ends_anyway_leaves_its_line_and_exit_code_1(self):
         stage = UpdateStage("guard-forced-end", image_size=0x2000)
         run = stage.update_in_background_until("start write flash")
-        forced = subprocess.run(["wine", BUILD / "sim/session_end/session_end.exe"],
-                                capture_output=True, text=True)
+        forced = windows_run.run(BUILD / "sim/session_end/session_end.exe", capture_output=True,
+                                 text=True)
         result = run.result()
         self.assertEqual((forced.stdout.strip(), result.rc), ("query answered 0", 1))
         self.assertEqual(result.lines()[-1], "ERROR shutdown_guard.cpp: session ending during update")

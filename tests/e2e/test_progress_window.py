@@ -2,15 +2,13 @@
 progress window on screen as the helper and a screenshot see it while a full
 update fills its bar."""
 
-import os
-import struct
 import subprocess
 import time
 import unittest
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-from calder_e2e import BUILD, Stage, clear_marker, main
+from calder_e2e import BUILD, Stage, clear_marker, main, windows_run
 
 # stage.run beside the test; result() gives its result or raises its error.
 BACKGROUND = ThreadPoolExecutor(max_workers=1)
@@ -28,10 +26,10 @@ class Helper:
     def __init__(self, stage, quit_on_begin=False):
         self.record = stage.dir / "gesture_record.txt"
         ready = Path(str(self.record) + ".ready")
-        args = ["wine", str(stage.copy_in(HELPER)), self.record.name, "60"]
-        self.proc = subprocess.Popen(args + (["quit-on-begin"] if quit_on_begin else []),
-                                     cwd=stage.dir, stdout=subprocess.DEVNULL,
-                                     stderr=subprocess.DEVNULL)
+        args = [stage.copy_in(HELPER), self.record.name, "60"]
+        self.proc = windows_run.start(*args, *(["quit-on-begin"] if quit_on_begin else []),
+                                      cwd=stage.dir, stdout=subprocess.DEVNULL,
+                                      stderr=subprocess.DEVNULL)
         deadline = time.monotonic() + 60
         while not ready.exists() and time.monotonic() < deadline:
             time.sleep(0.05)
@@ -52,6 +50,31 @@ def window_stage(name):
     stage = Stage(name)
     stage.copy_in(BUILD / "loading_dark.json")
     return stage
+
+
+def update_filling_the_bar(name, screenshot, filled_at, drawn_at=lambda pixels: True):
+    """A full --update with the helper there and screenshot(stage) taken until filled_at
+    it: the result, the helper's sighting, the first drawn_at screenshot and the filled one."""
+    clear_marker()
+    stage = window_stage(name)
+    for dll in STAND_INS:
+        stage.copy_in(dll)
+    stage.add("TP/tp_fw.bin", bytes(range(256)) * 16)
+    stage.add("Force/1.0.2.3.bin", bytes((i * 7 + 1) % 251 + 1 for i in range(0x4000)))
+    stage.add("force_sensor_scenario.txt", b"version=1.0.2.3\n")
+    helper = Helper(stage)
+    run = BACKGROUND.submit(stage.run, "--update")
+    shown = filled = None
+    while not run.done() and filled is None:
+        pixels = helper.sighting() and screenshot(stage)
+        if pixels:
+            shown = shown or (pixels if drawn_at(pixels) else None)  # painted once
+            # The force writer moves the bar from 20 to 80: wait for a third.
+            filled = pixels if filled_at(pixels) else None
+        time.sleep(0.3)
+    result = run.result()
+    helper.stop()
+    return result, helper.sighting(), shown, filled
 
 
 class ProgressWindowTest(unittest.TestCase):
@@ -80,28 +103,11 @@ class ProgressWindowTest(unittest.TestCase):
                 self.assertEqual(sent, logged)
 
     def test_window_covers_the_screen_and_the_update_fills_its_bar(self):
-        clear_marker()
-        stage = window_stage("window-shown")
-        for dll in STAND_INS:
-            stage.copy_in(dll)
-        stage.add("TP/tp_fw.bin", bytes(range(256)) * 16)
-        stage.add("Force/1.0.2.3.bin", bytes((i * 7 + 1) % 251 + 1 for i in range(0x4000)))
-        stage.add("force_sensor_scenario.txt", b"version=1.0.2.3\n")
-        helper = Helper(stage)
-        run = BACKGROUND.submit(stage.run, "--update")
-        shown = filled = None
-        while not run.done() and filled is None:
-            pixels = helper.sighting() and screenshot(stage.dir / "shot.xwd")
-            if pixels:
-                shown = shown or pixels
-                # The force writer moves the bar from 20 to 80: wait for a third.
-                filled = pixels if pixels(792, 579)[2] > 200 else None
-            time.sleep(0.3)
-        result = run.result()
-        helper.stop()
+        result, seen, shown, filled = update_filling_the_bar(
+            "window-shown", lambda stage: windows_run.screenshot(stage.dir / "shot.xwd"),
+            lambda pixels: pixels(792, 579)[2] > 200, lambda pixels: max(pixels(600, 579)) > 0)
         self.assertEqual(result.rc, 0)
 
-        seen = helper.sighting()
         style, exstyle = int(seen["style"], 16), int(seen["exstyle"], 16)
         self.assertEqual(style & (WS_POPUP | WS_CAPTION | WS_DISABLED), WS_POPUP | WS_DISABLED)
         self.assertEqual(exstyle & (WS_EX_LAYERED | WS_EX_NOACTIVATE | WS_EX_TOPMOST
@@ -130,33 +136,6 @@ class ProgressWindowTest(unittest.TestCase):
 
 def count(pixels, xs, ys, wanted):
     return sum(1 for x in xs for y in ys if wanted(pixels(x, y)))
-
-
-def screenshot(xwd):
-    """(x, y) -> (r, g, b) of the X root window, dumped by xwd (24/32-bit
-    TrueColor), or None if the dump failed."""
-    if subprocess.run(["xwd", "-root", "-silent", "-display", os.environ.get("DISPLAY", ":0"),
-                       "-out", str(xwd)], capture_output=True).returncode != 0:
-        return None
-    return xwd_reader(xwd)
-
-
-def xwd_reader(xwd):
-    """(x, y) -> (r, g, b) of a dump xwd made (also used by scripts/demo)."""
-    data = Path(xwd).read_bytes()
-    fields = struct.unpack(">25I", data[:100])
-    header_size, byte_order, bits_per_pixel, bytes_per_line = (
-        fields[0], fields[7], fields[11], fields[12])
-    masks, ncolors = fields[14:17], fields[19]
-    pixels = data[header_size + ncolors * 12:]
-    step = bits_per_pixel // 8
-    shifts = [(m & -m).bit_length() - 1 for m in masks]
-
-    def at(x, y):
-        i = y * bytes_per_line + x * step
-        value = int.from_bytes(pixels[i:i + step], "little" if byte_order == 0 else "big")
-        return tuple((value & m) >> s for m, s in zip(masks, shifts))
-    return at
 
 
 if __name__ == "__main__":

@@ -12,7 +12,8 @@ import time
 import unittest
 from concurrent.futures import ThreadPoolExecutor
 
-from calder_e2e import BUILD, LOG_DIR, SOURCE, Stage, hid_standins_in_system32, main, windows_path
+from calder_e2e import (BUILD, LOG_DIR, SOURCE, Stage, hid_standins_in_system32, main, windows_path,
+                        windows_run)
 
 STAND_INS = ["sim/btl_upgrade/btl_upgrade.dll", "stand-ins/btl_hid_transfer.dll", "loading_dark.json"]
 BACKGROUND = ThreadPoolExecutor(max_workers=1)
@@ -122,7 +123,7 @@ class RecordersTest(unittest.TestCase):
         time.sleep(1)  # some blocks into the write
         log = next(iter(set(LOG_DIR.glob("Calder_*.log")) - before))
         pid = re.search(r"_(\d+)\.log$", log.name).group(1)
-        subprocess.run(["wine", "taskkill", "/f", "/pid", pid], capture_output=True, check=True)
+        windows_run.run("taskkill", "/f", "/pid", pid, capture_output=True, check=True)
         result = run.result()
         cut = traces(result)
         text = cut["bridge"].read_text()
@@ -135,9 +136,8 @@ class RecordersTest(unittest.TestCase):
         # The line of a call cut in flight may be missing, no more.
         self.assertIn(int(state["written_blocks"]) - traced, (0, 1))
         # Replayed, every recorded call matches and the run goes on past the cut.
-        replay = subprocess.run(["wine", BUILD / "calder-replay.exe", "--package",
-                                 windows_path(stage.dir), *map(windows_path, cut.values())],
-                                capture_output=True, text=True)
+        replay = windows_run.run(BUILD / "calder-replay.exe", "--package", windows_path(stage.dir),
+                                 *map(windows_path, cut.values()), capture_output=True, text=True)
         self.assertEqual(replay.returncode, 5, replay.stdout + replay.stderr)
 
 
