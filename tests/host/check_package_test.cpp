@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/rsa.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -20,6 +22,7 @@
 #include "base/log.h"
 #include "check/authenticode.h"
 #include "check/command_line.h"
+#include "check/crypto.h"
 #include "check/der_reader.h"
 #include "check/force_image_plan.h"
 #include "check/log_recorder.h"
@@ -397,6 +400,236 @@ TEST(AuthenticodeSigner, SignatureOverTheAttributesVerifiesAndTheSignerChainsToA
                             : signature.state == SignatureState::kUntrusted ? "untrusted: " + signature.problem
                                                                             : signature.problem;
     EXPECT_NE(got.find(expected), std::string::npos) << name << ": " << got;
+  }
+}
+
+std::string Verdict(const Signature& signature, int64_t now, int64_t stamp) {
+  if (signature.state != SignatureState::kValid) {
+    return (signature.state == SignatureState::kUntrusted ? "untrusted: " : "") + signature.problem;
+  }
+  const SignatureDetails& d = *signature.details;
+  return d.timestamped && d.judgedAt == stamp ? "valid at the stamp" : !d.timestamped && d.judgedAt == now ? "valid now" : "?";
+}
+
+TEST(AuthenticodeTime, ChainsAsASigningServiceIssuesThemHoldAtTheirTimestamp) {
+  const Bytes image = BuildPe(Good());
+  const int64_t made = SigningKeys().time, day = 86400, week = made + 7 * day;
+  const auto stamped = [&](const char* key, const char* certs, int64_t at) {
+    return SignPe(image, "sha384", key, certs, "-TSA-certs tsachain.pem -TSA-key tsa.key -TSA-time " + std::to_string(at));
+  };
+  const Bytes service = stamped("sleaf.key", "schain.pem", made + day);
+  const std::string expired = "untrusted: the certificate \"CN=Maker Ltd, O=Maker\" was not valid at ";
+  // Image, trusted, trusted for timestamps, the check's time, and what it shows.
+  const std::tuple<const char*, Bytes, std::vector<std::string>, std::vector<std::string>, int64_t, std::string> cases[] = {
+      {"RSA 4096 > 3072 > 3072, SHA-384, stamped, a week later", service, {"sroot.pem"}, {"troot.pem"}, week,
+       "valid at the stamp"},
+      {"the stamp's root trusted for all", service, {"sroot.pem", "troot.pem"}, {}, week, "valid at the stamp"},
+      {"nothing trusted: any signer, any stamp", service, {}, {}, week, "valid at the stamp"},
+      {"stamp by an untrusted authority", service, {"sroot.pem"}, {}, week, "untrusted: its timestamp's signer"},
+      {"stamped after the leaf expired", stamped("sleaf.key", "schain.pem", made + 5 * day), {"sroot.pem"},
+       {"troot.pem"}, week, expired + TimeText(made + 5 * day)},
+      {"no stamp, a week later", SignPe(image, "sha384", "sleaf.key", "schain.pem"), {"sroot.pem"}, {}, week,
+       expired + TimeText(week)},
+      {"no stamp, in its days", SignPe(image, "sha384", "sleaf.key", "schain.pem"), {"sroot.pem"}, {}, made,
+       "valid now"},
+      {"P-384 under P-384, SHA-384", SignPe(image, "sha384", "eleaf.key", "eleaf.pem"), {"eroot.pem"}, {}, made,
+       "valid now"},
+      {"SHA-512 file digest", SignPe(image, "sha512", "sleaf.key", "schain.pem"), {"sroot.pem"}, {}, made, "valid now"},
+      {"a leaf for servers", SignPe(image, "sha384", "sleaf.key", "sserverchain.pem"), {"sroot.pem"}, {}, made,
+       "untrusted: its signing certificate is not for code signing"},
+      {"an issuer past its path length", SignPe(image, "sha384", "sleaf.key", "sdeepchain.pem"), {"sroot.pem"}, {},
+       made, "untrusted: its signing certificate does not chain"},
+  };
+  for (const auto& [name, signedImage, trusted, tsa, now, expected] : cases) {
+    ASSERT_FALSE(signedImage.empty()) << name << ": osslsigncode could not sign";
+    const Signature signature = CheckSignature(signedImage.data(), signedImage.size(), {Trusted(trusted), Trusted(tsa), now});
+    EXPECT_EQ(Verdict(signature, now, made + day).substr(0, expected.size()), expected) << name << ": " << signature.problem;
+  }
+  const Signature shown = CheckSignature(service.data(), service.size(), {Trusted({"sroot.pem"}), Trusted({"troot.pem"}), week});
+  ASSERT_TRUE(shown.details.has_value());
+  EXPECT_EQ(std::make_tuple(shown.details->signer, shown.details->issuers, shown.details->algorithm),
+            std::make_tuple(std::string("CN=Maker Ltd, O=Maker"),
+                            std::vector<std::string>{"CN=Service Code Signing CA", "CN=Service Root"},
+                            std::string("RSA-3072 with SHA-384")));
+}
+
+// A DER element as a tree, to rebuild a signature with a part changed.
+struct Element {
+  uint8_t tag = 0;
+  Bytes content;  // a primitive one's
+  std::vector<Element> children;
+  bool longLength = false;  // BER's long form where the short one fits
+};
+
+Element ReadElement(DerReader* reader) {
+  Element element;
+  DerReader inside;
+  element.tag = reader->data()[0];
+  EXPECT_TRUE(reader->Enter(element.tag, &inside));
+  if ((element.tag & 0x20) == 0) element.content = inside.Bytes();
+  while ((element.tag & 0x20) != 0 && inside.size() > 0) element.children.push_back(ReadElement(&inside));
+  return element;
+}
+
+Bytes Encode(const Element& element) {
+  Bytes content = element.content;
+  for (const Element& child : element.children) {
+    const Bytes bytes = Encode(child);
+    content.insert(content.end(), bytes.begin(), bytes.end());
+  }
+  const size_t n = content.size();
+  Bytes out = {element.tag}, length;
+  for (size_t rest = n; rest > 0; rest >>= 8) length.insert(length.begin(), uint8_t(rest));
+  if (n < 0x80 && !element.longLength) {
+    out.push_back(uint8_t(n));
+  } else {
+    if (length.empty()) length = {0};
+    out.push_back(uint8_t(0x80 | length.size()));
+    out.insert(out.end(), length.begin(), length.end());
+  }
+  out.insert(out.end(), content.begin(), content.end());
+  return out;
+}
+
+// The signed image with its PKCS#7 changed, `tail` after it, and, when
+// `key` names one, its signed attributes signed again.
+Bytes Rebuilt(const Bytes& signedImage, const std::function<void(Element& signer)>& change, const Bytes& tail = {},
+              const std::string& key = "key.pem") {
+  const PeImage pe = ReadPeImage(signedImage.data(), signedImage.size());
+  DerReader table(signedImage.data() + pe.certificateTableOffset + 8, pe.certificateTableSize - 8);
+  Element pkcs7 = ReadElement(&table);
+  Element& signer = pkcs7.children[1].children[0].children.back().children[0];
+  change(signer);
+  if (!key.empty()) {
+    Element attributes = signer.children[3];
+    attributes.tag = kDerSet;
+    const Bytes message = Encode(attributes);
+    std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen((SigningKeys().dir / key).c_str(), "r"), std::fclose);
+    std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)> pkey(PEM_read_PrivateKey(file.get(), nullptr, nullptr, nullptr), EVP_PKEY_free);
+    std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> ctx(EVP_MD_CTX_new(), EVP_MD_CTX_free);
+    size_t size = 0;
+    EVP_DigestSignInit(ctx.get(), nullptr, EVP_sha256(), nullptr, pkey.get());
+    EVP_DigestSign(ctx.get(), nullptr, &size, message.data(), message.size());
+    Bytes& signature = signer.children[5].content;
+    signature.resize(size);
+    EVP_DigestSign(ctx.get(), signature.data(), &size, message.data(), message.size());
+  }
+  Bytes der = Encode(pkcs7);
+  der.insert(der.end(), tail.begin(), tail.end());
+  der.resize((der.size() + 7) / 8 * 8);
+  Bytes out(signedImage.begin(), signedImage.begin() + long(pe.certificateTableOffset));
+  const size_t at = out.size();
+  PutLe(out, at, uint32_t(der.size() + 8), 4);
+  PutLe(out, at + 4, 0x00020200, 4);
+  out.insert(out.end(), der.begin(), der.end());
+  PutLe(out, pe.certificateEntryOffset + 4, uint32_t(der.size() + 8), 4);
+  return out;
+}
+
+TEST(AuthenticodeDer, ASignatureIsRefusedForEachBerFormAndEachRepeatedAttribute) {
+  const Bytes good = SignPe(BuildPe(Good()));
+  ASSERT_FALSE(good.empty()) << "osslsigncode could not sign";
+  const auto attribute = [](const Element& signer, const Bytes& oid) {
+    size_t at = 0;
+    while (signer.children[3].children[at].children[0].content != oid) ++at;
+    return at;
+  };
+  const Bytes messageDigest = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x09, 0x04};
+  const Bytes contentType = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x09, 0x03};
+  const auto twice = [&](const Bytes& oid) {
+    return [&, oid](Element& signer) {
+      auto& list = signer.children[3].children;
+      list.push_back(list[attribute(signer, oid)]);
+    };
+  };
+  // Image, and "valid" or what the problem says.
+  const std::tuple<const char*, Bytes, std::string> cases[] = {
+      {"rebuilt as it was", Rebuilt(good, [](Element&) {}), "valid"},
+      {"message digest twice", Rebuilt(good, twice(messageDigest)), "give the message digest more than once"},
+      {"content type twice", Rebuilt(good, twice(contentType)), "give the content type more than once"},
+      {"message digest with two values", Rebuilt(good, [&](Element& signer) {
+         auto& values = signer.children[3].children[attribute(signer, messageDigest)].children[1].children;
+         values.push_back(values[0]);
+       }), "give the message digest without a single value"},
+      {"a long form where the short one fits", Rebuilt(good, [](Element& signer) { signer.children[0].longLength = true; }, {}, ""),
+       "not DER: a length in the long form where the short one fits"},
+      {"an INTEGER with a leading zero", Rebuilt(good, [](Element& signer) {
+         signer.children[0].content.insert(signer.children[0].content.begin(), 0);
+       }, {}, ""), "not DER: an INTEGER with a superfluous leading byte"},
+      {"a byte after the signature", Rebuilt(good, [](Element&) {}, {1}, ""), "not DER: bytes after the end"},
+      {"zeros to the next 8 bytes", Rebuilt(good, [](Element&) {}, {0}, ""), "valid"},
+  };
+  for (const auto& [name, image, expected] : cases) {
+    const Signature signature = CheckSignature(image.data(), image.size(), {{}, {}, SigningKeys().time});
+    const std::string got = signature.state == SignatureState::kValid ? "valid" : signature.problem;
+    EXPECT_NE(got.find(expected), std::string::npos) << name << ": " << got;
+  }
+}
+
+// A signature made with the raw private key operation over `message`.
+Bytes RawRsa(const Bytes& message) {
+  std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen((SigningKeys().dir / "key.pem").c_str(), "r"), std::fclose);
+  std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)> pkey(PEM_read_PrivateKey(file.get(), nullptr, nullptr, nullptr), EVP_PKEY_free);
+  std::unique_ptr<EVP_PKEY_CTX, void (*)(EVP_PKEY_CTX*)> ctx(EVP_PKEY_CTX_new(pkey.get(), nullptr), EVP_PKEY_CTX_free);
+  Bytes out(256);
+  size_t size = out.size();
+  EVP_PKEY_sign_init(ctx.get());
+  EVP_PKEY_CTX_set_rsa_padding(ctx.get(), RSA_NO_PADDING);
+  EXPECT_EQ(EVP_PKEY_sign(ctx.get(), out.data(), &size, message.data(), message.size()), 1);
+  return out;
+}
+
+TEST(SignaturePrimitives, RefuseWhatIsNotExactlyASignature) {
+  std::vector<Certificate> rsa = Trusted({"cert.pem"}), ec = Trusted({"ec.pem"});
+  const Bytes hash = Sha256Bytes({'c', 'a', 'l', 'd', 'e', 'r'});
+  const Bytes rsaOid = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x0B};
+  const Bytes ecOid = {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x04, 0x03, 0x02};
+  // PKCS#1 v1.5: 00 01 FF.. 00 DigestInfo(SHA-256).
+  const Bytes digestInfo = {0x30, 0x31, 0x30, 0x0D, 0x06, 0x09, 0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x01, 0x05, 0x00, 0x04, 0x20};
+  const auto padded = [&](uint8_t type, uint8_t fill) {
+    Bytes block = {0x00, type};
+    block.resize(256 - digestInfo.size() - hash.size() - 1, fill);
+    block.push_back(0);
+    block.insert(block.end(), digestInfo.begin(), digestInfo.end());
+    block.insert(block.end(), hash.begin(), hash.end());
+    return block;
+  };
+  const Bytes good = RawRsa(padded(1, 0xFF));
+  // P-256's order n, as an INTEGER's content, and a DER signature of r and s.
+  Bytes n = {0x00};
+  for (const char* at = "FFFFFFFF00000000FFFFFFFFFFFFFFFFBCE6FAADA7179E84F3B9CAC2FC632551"; *at != 0; at += 2) {
+    n.push_back(uint8_t(std::stoi(std::string(at, 2), nullptr, 16)));
+  }
+  const auto ecdsa = [](const Bytes& r, const Bytes& s) {
+    Element pair{kDerSequence, {}, {{kDerInteger, r, {}, false}, {kDerInteger, s, {}, false}}, false};
+    return Encode(pair);
+  };
+  const Bytes one = {1};
+  // The public key's point: a BIT STRING of 66 bytes, uncompressed.
+  Bytes offCurve = ec[0].der;
+  const Bytes point = {0x03, 0x42, 0x00, 0x04};
+  offCurve[size_t(std::search(offCurve.begin(), offCurve.end(), point.begin(), point.end()) - offCurve.begin()) + 10] ^= 1;
+  Certificate unused;
+  EXPECT_FALSE(ReadCertificate(offCurve.data(), offCurve.size(), &unused)) << "a key off the curve";
+  // Key, algorithm, signature, and "" when it verifies or what the problem says.
+  const std::tuple<const char*, const Certificate&, const Bytes&, Bytes, std::string> cases[] = {
+      {"PKCS#1 v1.5", rsa[0], rsaOid, good, ""},
+      {"block type 2", rsa[0], rsaOid, RawRsa(padded(2, 0xFF)), "does not verify"},
+      {"a padding byte not FF", rsa[0], rsaOid, RawRsa([&] { Bytes b = padded(1, 0xFF); b[9] = 0xFE; return b; }()),
+       "does not verify"},
+      {"one byte short", rsa[0], rsaOid, Bytes(good.begin() + 1, good.end()), "not as long as its key"},
+      {"one byte long", rsa[0], rsaOid, [&] { Bytes b = good; b.insert(b.begin(), 0); return b; }(), "not as long as its key"},
+      {"r equal to n", ec[0], ecOid, ecdsa(n, one), "does not verify"},
+      {"s equal to n", ec[0], ecOid, ecdsa(one, n), "does not verify"},
+      {"r zero", ec[0], ecOid, ecdsa({0}, one), "does not verify"},
+      {"a byte after r and s", ec[0], ecOid, [&] { Bytes b = ecdsa(one, one); b.push_back(0); return b; }(), "two DER integers"},
+      {"RSA named for the EC key", ec[0], rsaOid, good, "not RSA or ECDSA"},
+  };
+  for (const auto& [name, certificate, algorithm, signature, expected] : cases) {
+    std::string problem;
+    const bool verified = VerifySignature(certificate, algorithm, DigestKind::kSha256, hash, signature, &problem);
+    EXPECT_TRUE(expected.empty() ? verified : !verified && problem.find(expected) != std::string::npos)
+        << name << ": " << problem;
   }
 }
 
