@@ -275,7 +275,7 @@ ChainResult VerifyChain(const Certificate& signer, const std::vector<Certificate
   if (trusted.empty()) {
     uint32_t flags = 0;
     JudgeAtTime(&context, leaf, 0, &flags);
-    result.issuers.push_back(NameText(leaf->issuer));
+    if (signer.issuer != signer.subject) result.issuers.push_back(NameText(leaf->issuer));
     result.problem = context.problem;
     result.trusted = flags == 0;
     return result;

@@ -955,7 +955,7 @@ TEST(CheckFiles, AGoodPackageShipsWithoutFindingsAndListsEveryFileWithItsHash) {
     const bool pe = path.find(".exe") != std::string::npos || path.find(".dll") != std::string::npos;
     nlohmann::json expected = {{"path", path}, {"sha256", ReferenceSha256(package.Read(path))}, {"signed", pe}};
     if (pe) {
-      expected["signature"] = {{"signer", "CN=calder-test"}, {"issuers", {"CN=calder-test"}},
+      expected["signature"] = {{"signer", "CN=calder-test"}, {"issuers", nlohmann::json::array()},
                                {"algorithm", "RSA-2048 with SHA-256"}, {"judged_at", file["signature"]["judged_at"]},
                                {"judged_by", "the time of the check"}};
     }
