@@ -217,7 +217,7 @@ void CheckRfc3161(DerReader token, const Bytes& signature, const TrustSettings& 
   }
   const Bytes& info = signedData.contentBytes;
   const std::string der = DerProblem(info.data(), info.size());
-  DerReader reader(info.data(), info.size()), tstInfo, imprint, algorithm, oid, digest, skipped, genTime;
+  DerReader reader(info.data(), info.size()), tstInfo, imprint, algorithm, oid, digest, skipped;
   if (!der.empty()) {
     out->invalid = "its time stamp is not DER: " + der;
     return;

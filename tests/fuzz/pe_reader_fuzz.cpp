@@ -63,6 +63,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Check(whole.Enter(bytes.empty() ? 0 : bytes[0], &inside) && whole.size() == 0, "DER that cannot be entered");
   }
   const std::string text(bytes.begin(), bytes.end());
-  calder::check::CheckManifests({&text, &text}, {{"calder.exe", std::string(64, 'a'), false}});
+  calder::check::CheckManifests({&text, &text}, {{"calder.exe", std::string(64, 'a'), false, std::nullopt}});
   return 0;
 }
