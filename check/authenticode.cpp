@@ -155,7 +155,11 @@ bool ReadTime(DerReader element, int64_t* time) {
   for (size_t i = 0; i < digits; ++i) {
     if (text[i] < '0' || text[i] > '9') return false;
   }
-  const auto number = [&](size_t at, size_t count) { return std::stoi(text.substr(at, count)); };
+  const auto number = [&](size_t at, size_t count) {
+    int value = 0;
+    for (size_t i = at; i < at + count; ++i) value = value * 10 + (text[i] - '0');
+    return value;
+  };
   int year = utc ? number(0, 2) : number(0, 4);
   if (utc) year += year < 50 ? 2000 : 1900;
   const size_t at = utc ? 2 : 4;
