@@ -13,7 +13,7 @@ namespace calder::check {
 namespace {
 
 const char kUsage[] =
-    "usage: calder-check [--json] [--log] [--release] [--trust CERT]... PACKAGE_DIR\n"
+    "usage: calder-check [--json] [--log] [--release] [--trust CERT]... [--trust-tsa CERT]... PACKAGE_DIR\n"
     "       calder-check --help | --version\n";
 
 const char kHelp[] =
@@ -22,10 +22,12 @@ const char kHelp[] =
     "  --json     print one JSON object instead of the report\n"
     "  --log      add the log lines of the predicted run\n"
     "  --release  a release's rules are errors: programs signed, manifests\n"
-    "             and notices present\n"
+    "             and notices present; needs --trust\n"
     "  --trust CERT\n"
     "             every signer must chain to this certificate (PEM or DER;\n"
     "             repeat for several)\n"
+    "  --trust-tsa CERT\n"
+    "             a timestamp's signer may also chain to this certificate\n"
     "  --help     print this help\n"
     "  --version  print the tool version\n"
     "Exit code 0: ready to ship; 1: do not ship; 2: could not check.\n";
@@ -50,9 +52,9 @@ CommandOutcome RunCommand(const std::vector<std::string>& args) {
       log = true;
     } else if (arg == "--release") {
       options.release = true;
-    } else if (arg == "--trust") {
+    } else if (arg == "--trust" || arg == "--trust-tsa") {
       if (++i == args.size()) return Usage();
-      if (!ReadTrustFile(args[i], &options.trusted)) {
+      if (!ReadTrustFile(args[i], arg == "--trust" ? &options.trusted : &options.trustedTsa)) {
         return {kExitCouldNotCheck, "", "calder-check: cannot read a certificate from " + args[i] + "\n"};
       }
     } else if (arg.empty() || arg[0] == '-' || haveFolder) {
@@ -63,6 +65,10 @@ CommandOutcome RunCommand(const std::vector<std::string>& args) {
     }
   }
   if (!haveFolder) return Usage();
+  // Without a trusted certificate anyone's signature would pass as the release's.
+  if (options.release && options.trusted.empty()) {
+    return {kExitCouldNotCheck, "", std::string("calder-check: --release needs --trust CERT: without it any signer passes\n") + kUsage};
+  }
   std::error_code error;
   if (!std::filesystem::is_directory(folder, error)) {
     return {kExitCouldNotCheck, "", "calder-check: no such folder: " + folder + "\n"};

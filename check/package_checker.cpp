@@ -102,8 +102,8 @@ fs::path FindInPackage(const fs::path& dir, const std::string& name) {
 class Checker {
  public:
   Checker(fs::path dir, const CheckOptions& options)
-      : dir_(std::move(dir)), options_(options), machine_(dir_, kModuleDir), env_(MachineEnvironment()),
-        scope_(env_) {}
+      : dir_(std::move(dir)), options_(options), trust_{options.trusted, options.trustedTsa, options.now},
+        machine_(dir_, kModuleDir), env_(MachineEnvironment()), scope_(env_) {}
 
   PackageReport Run() {
     CheckProgram();
@@ -218,38 +218,51 @@ class Checker {
         sbom.assign(bytes.begin(), bytes.end());
         haveSbom = true;
       }
-      ShippedFile file{path, Sha256Hex(bytes.data(), bytes.size()), false};
+      ShippedFile file{path, Sha256Hex(bytes.data(), bytes.size()), false, std::nullopt};
       if (IsPeName(path)) {
-        signatures.emplace_back(path, CheckSignature(bytes.data(), bytes.size(), options_.trusted));
+        signatures.emplace_back(path, CheckSignature(bytes.data(), bytes.size(), trust_));
         file.isSigned = signatures.back().second.state == SignatureState::kValid;
+        file.signature = signatures.back().second.details;
       }
       report_.files.push_back(file);
     }
     std::set<std::string> listedInBoth;
     std::vector<Finding> manifest =
         CheckManifests({haveSums ? &sums : nullptr, haveSbom ? &sbom : nullptr}, report_.files, &listedInBoth);
-    for (const auto& [path, signature] : signatures) JudgeSignature(path, signature, listedInBoth.count(path) != 0);
+    for (const auto& [path, signature] : signatures) JudgeSignature(path, signature);
     for (Finding& finding : manifest) {
       if (finding.code == "manifest-missing") finding.severity = ReleaseRule();
     }
     report_.findings.insert(report_.findings.end(), manifest.begin(), manifest.end());
   }
 
-  // The vendor's libraries are signed, if at all, by the vendor: both
-  // manifests listing them with their SHA-256 vouch for them instead.
-  void JudgeSignature(const std::string& path, const Signature& signature, bool listedInBoth) {
-    const bool vouched = listedInBoth && std::any_of(std::begin(kVendorLibraries), std::end(kVendorLibraries),
-                                                     [&](const VendorLibrary& library) {
-                                                       return SameNameIgnoringCase(path, Narrow(library.file));
-                                                     });
+  // The vendor's libraries are signed, if at all, by the vendor: a tested
+  // release on the repository's list is vouched for instead. The package's
+  // own manifests vouch for nothing: whoever changes a library can list it.
+  const VendorRelease* Vouched(const std::string& path) const {
+    const bool vendor = std::any_of(std::begin(kVendorLibraries), std::end(kVendorLibraries),
+                                    [&](const VendorLibrary& library) {
+                                      return SameNameIgnoringCase(path, Narrow(library.file));
+                                    });
+    if (!vendor) return nullptr;
+    for (const ShippedFile& file : report_.files) {
+      if (file.path == path) return FindVendorRelease(options_.vendorReleases, path, file.sha256);
+    }
+    return nullptr;
+  }
+
+  void JudgeSignature(const std::string& path, const Signature& signature) {
+    const VendorRelease* vouched = Vouched(path);
+    const std::string tested =
+        vouched == nullptr ? "" : " (a tested vendor release, version " + vouched->version + ")";
     if (signature.state == SignatureState::kUnsigned) {
       Add(vouched ? Severity::kWarning : ReleaseRule(), "unsigned", path,
-          path + " carries no Authenticode signature");
+          path + " carries no Authenticode signature" + tested);
     } else if (signature.state == SignatureState::kInvalid) {
       Error("signature-invalid", path, path + "'s signature does not hold: " + signature.problem);
     } else if (signature.state == SignatureState::kUntrusted) {
       Add(vouched ? Severity::kWarning : Severity::kError, "signer-untrusted", path,
-          path + "'s signer is not trusted: " + signature.problem);
+          path + "'s signer is not trusted: " + signature.problem + tested);
     }
   }
 
@@ -331,6 +344,7 @@ class Checker {
 
   fs::path dir_;
   const CheckOptions& options_;
+  const TrustSettings trust_;
   PeImage program_;
   PackageMachine machine_;
   Environment env_;

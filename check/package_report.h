@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "check/authenticode.h"
 #include "check/update_prediction.h"
 
 namespace calder::check {
@@ -43,6 +44,7 @@ struct ShippedFile {
   std::string path;  // relative, forward slashes
   std::string sha256;
   bool isSigned = false;  // a PE file whose signature still matches it
+  std::optional<SignatureDetails> signature;  // once its signer's signature verified
 };
 
 struct PackageReport {

@@ -27,6 +27,10 @@ const char* SeverityName(Severity severity) {
 
 const char* Verdict(const PackageReport& report) { return report.Ship() ? "ship" : "do-not-ship"; }
 
+const char* JudgedBy(const SignatureDetails& details) {
+  return details.timestamped ? "its timestamp" : "the time of the check";
+}
+
 }  // namespace
 
 std::string JsonReport(const PackageReport& report, bool withLog) {
@@ -36,7 +40,13 @@ std::string JsonReport(const PackageReport& report, bool withLog) {
         {{"severity", SeverityName(f.severity)}, {"code", f.code}, {"path", f.path}, {"message", f.message}});
   }
   for (const ShippedFile& f : report.files) {
-    out["files"].push_back({{"path", f.path}, {"sha256", f.sha256}, {"signed", f.isSigned}});
+    Json file = {{"path", f.path}, {"sha256", f.sha256}, {"signed", f.isSigned}};
+    if (const auto& s = f.signature) {
+      file["signature"] = {{"signer", s->signer},       {"issuers", s->issuers},
+                           {"algorithm", s->algorithm}, {"judged_at", TimeText(s->judgedAt)},
+                           {"judged_by", JudgedBy(*s)}};
+    }
+    out["files"].push_back(file);
   }
   out["touchpad"] = nullptr;
   if (const auto& tp = report.touchpad) {
@@ -68,6 +78,14 @@ std::string TextReport(const PackageReport& report, bool withLog) {
            " " + f.path + ": " + f.message + "\n";
   }
   if (report.findings.empty()) out += "no findings\n";
+  for (const ShippedFile& f : report.files) {
+    if (!f.signature) continue;
+    const SignatureDetails& s = *f.signature;
+    out += "signature:  " + f.path + " by \"" + s.signer + "\" (" + s.algorithm + "); issuers";
+    for (const std::string& issuer : s.issuers) out += std::string(&issuer == &s.issuers[0] ? " \"" : ", \"") + issuer + "\"";
+    if (s.issuers.empty()) out += " none";
+    out += "; judged at " + TimeText(s.judgedAt) + ", " + JudgedBy(s) + "\n";
+  }
   if (const auto& tp = report.touchpad) {
     char sums[64];
     std::snprintf(sums, sizeof sums, "sum %u, low 16 bits 0x%04X", tp->sum, tp->checksum16);

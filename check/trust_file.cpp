@@ -50,7 +50,7 @@ bool DecodeBase64(const std::string& text, std::vector<uint8_t>* out) {
 
 bool Add(const std::vector<uint8_t>& der, std::vector<Certificate>* certificates) {
   Certificate certificate;
-  if (!ReadCertificate(DerReader(der.data(), der.size()), &certificate)) return false;
+  if (!ReadCertificate(der.data(), der.size(), &certificate)) return false;
   certificates->push_back(std::move(certificate));
   return true;
 }

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <vector>
 
-#include "check/certificate.h"
+#include "check/crypto.h"
 
 namespace calder::check {
 

@@ -50,6 +50,8 @@ COMPONENTS = [
     Component("nlohmann-json", "JSON for Modern C++", "nlohmann-json3-dev", "MIT", ["calder-check.exe"],
               note="Header-only JSON parser compiled into calder-check, which reads the SBOM."),
     Component("pugixml", "pugixml", "libpugixml-dev", "MIT", ["calder.exe"], source="pugixml"),
+    Component("mbedtls", "Mbed TLS", "libmbedtls-dev", "Apache-2.0", ["calder-check.exe"], source="mbedtls",
+              note="Signatures, certificates and digests in calder-check, linked statically."),
     Component("zlib", "zlib", "libz-mingw-w64-dev", "Zlib", ["calder.exe"]),
     Component("gcc-runtime", "GCC runtime libraries (libstdc++, libgcc)", GCC,
               "GPL-3.0-or-later WITH GCC-exception-3.1", LINKED_IN_ALL,

@@ -3,14 +3,16 @@
 // copy), the same answer twice, and names that are whole strings inside the
 // file; import names are plain file names. The same bytes also go through the
 // signature reader (trusting the first certificate found in them, so that
-// chains are searched too) and, as text, through both manifest readers.
+// chains are searched too), the strict DER walk, and, as text, through both
+// manifest readers.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
 #include "check/authenticode.h"
-#include "check/certificate.h"
+#include "check/crypto.h"
+#include "check/der_reader.h"
 #include "check/package_manifest.h"
 #include "check/pe_reader.h"
 #include "platform/pe_import_names.h"
@@ -50,18 +52,25 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (calder::check::IsWindows64Dll(first) || calder::check::IsWindows64GuiProgram(first)) {
     Check(first.valid && first.machine == calder::check::kMachineAmd64, "accepted a foreign image");
   }
-  std::vector<calder::check::Certificate> trusted(1);
+  calder::check::TrustSettings trust;
+  trust.now = 1776852900;  // a fixed time: the same answer for the same bytes
   for (size_t at = 0; at + 1 < bytes.size(); ++at) {
     // A certificate's length always takes two bytes.
     if (bytes[at] != 0x30 || bytes[at + 1] != 0x82) continue;
     calder::check::DerReader rest(bytes.data() + at, bytes.size() - at), inside, whole;
+    calder::check::Certificate certificate;
     if (rest.Enter(calder::check::kDerSequence, &inside, &whole) &&
-        calder::check::ReadCertificate(whole, &trusted[0])) {
+        calder::check::ReadCertificate(whole.data(), whole.size(), &certificate)) {
+      trust.trusted.push_back(certificate);
       break;
     }
   }
-  calder::check::CheckSignature(bytes.data(), bytes.size(), trusted);
+  calder::check::CheckSignature(bytes.data(), bytes.size(), trust);
+  calder::check::DerReader whole(bytes.data(), bytes.size()), inside;
+  if (calder::check::DerProblem(bytes.data(), bytes.size()).empty()) {
+    Check(whole.Enter(bytes.empty() ? 0 : bytes[0], &inside) && whole.size() == 0, "DER that cannot be entered");
+  }
   const std::string text(bytes.begin(), bytes.end());
-  calder::check::CheckManifests({&text, &text}, {{"calder.exe", std::string(64, 'a'), false}});
+  calder::check::CheckManifests({&text, &text}, {{"calder.exe", std::string(64, 'a'), false, std::nullopt}});
   return 0;
 }

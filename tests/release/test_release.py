@@ -71,8 +71,11 @@ class ReleaseTest(unittest.TestCase):
         run(SOURCE / "scripts" / "throwaway-certificate", cls.work / "cert")
         vendor = cls.work / "vendor"
         vendor.mkdir()
-        shutil.copy2(BUILD / "sim" / "btl_upgrade" / "btl_upgrade.dll", vendor)
-        shutil.copy2(BUILD / "stand-ins" / "btl_hid_transfer.dll", vendor)
+        # The stand-ins play the vendor's libraries, signed as the vendor would
+        # sign them: here by the certificate the release trusts.
+        for dll in [BUILD / "sim" / "btl_upgrade" / "btl_upgrade.dll", BUILD / "stand-ins" / "btl_hid_transfer.dll"]:
+            run("osslsigncode", "sign", "-h", "sha256", "-key", cls.work / "cert" / "key.pem",
+                "-certs", cls.work / "cert" / "cert.pem", "-in", dll, "-out", vendor / dll.name, check=True)
         (cls.work / "tp_fw.bin").write_bytes(bytes((i * 13 + 5) % 256 for i in range(0x4000)))
         (cls.work / "1.0.2.3.bin").write_bytes(bytes((i * 7 + 1) % 251 + 1 for i in range(0x6000)))
         cls.out = cls.work / "OUT"
@@ -204,6 +207,7 @@ class ReleaseTest(unittest.TestCase):
         notices = (self.out / "THIRD-PARTY-NOTICES.txt").read_text()
         for title, package in [("rlottie 0.1+dfsg-4+deb12u2", "librlottie-dev"),
                                ("pugixml 1.13", "libpugixml-dev"),
+                               ("Mbed TLS 2.28", "libmbedtls-dev"),
                                ("Easylogging++", "libeasyloggingpp-dev"),
                                ("zlib", "libz-mingw-w64-dev"), ("RapidJSON", "rapidjson-dev"),
                                ("stb_image", "libstb-dev"),
