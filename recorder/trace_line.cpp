@@ -76,6 +76,17 @@ TraceLine& TraceLine::Text(const char* key, const char* text) {
   return *this;
 }
 
+TraceLine& TraceLine::Texts(const char* key, const std::vector<std::string>& texts) {
+  Key(key);
+  text_ += '[';
+  for (size_t i = 0; i < texts.size(); ++i) {
+    if (i > 0) text_ += ',';
+    AppendEscaped(text_, texts[i].c_str());
+  }
+  text_ += ']';
+  return *this;
+}
+
 TraceLine& TraceLine::Hex(const char* key, const void* bytes, long long size) {
   Key(key);
   if (bytes == nullptr) {
@@ -138,12 +149,14 @@ std::string IsoLocalTime(const LocalTime& t, int utcOffsetMinutes) {
 }
 
 std::string TraceHeader(const char* libraryFile, const std::string& vendorSha256,
-                        const std::string& started, unsigned long pid, const std::string& dir) {
+                        const std::string& started, unsigned long pid, const std::string& dir,
+                        const std::string& run) {
   TraceLine line;
   line.Int("calder_trace", 1).Text("library", libraryFile);
   line.Text("vendor_sha256", vendorSha256.empty() ? nullptr : vendorSha256.c_str());
   line.Text("started", started.c_str()).Int("pid", static_cast<long long>(pid));
   line.Text("dir", dir.c_str());
+  if (!run.empty()) line.Text("run", run.c_str());
   return line.Finish();
 }
 

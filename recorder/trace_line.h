@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "platform/process_info.h"
 #include "touchpad/btl_upgrade_config.h"
@@ -19,6 +20,7 @@ class TraceLine {
   TraceLine& Bool(const char* key, bool value);
   // null when text is null.
   TraceLine& Text(const char* key, const char* text);
+  TraceLine& Texts(const char* key, const std::vector<std::string>& texts);
   // Lowercase hex of size bytes; null for a null buffer, "" for size <= 0.
   TraceLine& Hex(const char* key, const void* bytes, long long size);
   // The record as the library reads it: never an address, only whether a
@@ -74,8 +76,10 @@ std::string TraceFileName(const LocalTime& time, unsigned long pid, const char* 
 std::string IsoLocalTime(const LocalTime& time, int utcOffsetMinutes);
 
 // The first line: format version, the vendor library and its SHA-256 (empty
-// when it could not be read), when, which process, and the recorder's folder.
+// when it could not be read), when, which process, and the recorder's folder;
+// a HID trace also the switch calder.exe ran with.
 std::string TraceHeader(const char* libraryFile, const std::string& vendorSha256,
-                        const std::string& started, unsigned long pid, const std::string& dir);
+                        const std::string& started, unsigned long pid, const std::string& dir,
+                        const std::string& run = std::string());
 
 }  // namespace calder::recorder

@@ -160,13 +160,13 @@ ReplayCommandOutcome RunReplayCommand(const std::vector<std::string>& args) {
     return outcome;
   }
   std::vector<Trace> traces(options.traces.size());
-  bool seen[2] = {false, false};
+  bool seen[3] = {false, false, false};
   for (size_t i = 0; i < traces.size(); ++i) {
     if (!ReadTraceFile(options.traces[i], &traces[i], &error)) {
       outcome.err = "calder-replay: " + error + "\n";
       return outcome;
     }
-    bool& library = seen[traces[i].library == TraceLibrary::kBridge ? 0 : 1];
+    bool& library = seen[static_cast<int>(traces[i].library)];
     if (library && !options.decode) {
       outcome.err = "calder-replay: two traces of " + std::string(LibraryFile(traces[i].library)) +
                     "; a replay takes one per library\n";

@@ -8,6 +8,7 @@
 #include "check/force_image_plan.h"
 #include "check/log_recorder.h"
 #include "check/package_machine.h"
+#include "hid/recording_hid_host.h"
 #include "replay/trace_recorder.h"
 #include "sim/trace/traced_libraries.h"
 #include "sim/protocol_violations.h"
@@ -16,6 +17,12 @@
 namespace calder::replay {
 
 namespace {
+
+class TraceText : public recorder::TraceSink {
+ public:
+  void Append(const std::string& line) override { text += line; }
+  std::string text;
+};
 
 // The laptop with the package's firmware folders; a sensor that behaves runs
 // what the force file's name says, as calder-check predicts.
@@ -28,16 +35,17 @@ void Arrange(sim::SimulatedLaptop& laptop, check::StagedPackage& package) {
   if (check::VersionBytesOf(GetFileStem(force), &version)) laptop.sensor.version = version;
 }
 
-int RunQuietly(sim::SimulatedLaptop& laptop) {
+int RunQuietly(sim::SimulatedLaptop& laptop, const std::string& run) {
   check::LogRecorder quiet;
   check::ConsoleSilencer silencer;
-  return laptop.RunMain({"--update"});
+  return laptop.RunMain({run});
 }
 
 }  // namespace
 
 RecordedRun RecordUpdate(const std::filesystem::path& packageDir,
-                         const std::function<void(sim::SimulatedLaptop&)>& arrange) {
+                         const std::function<void(sim::SimulatedLaptop&)>& arrange,
+                         const std::string& run) {
   check::StagedPackage package(packageDir);
   sim::SimulatedLaptop laptop;
   Arrange(laptop, package);
@@ -49,12 +57,22 @@ RecordedRun RecordUpdate(const std::filesystem::path& packageDir,
                            laptop.clock, package.machine().moduleDir());
   if (laptop.bridge != nullptr) laptop.bridge = &bridge;
   if (laptop.upgrade != nullptr) laptop.upgrade = &upgrade;
-  RecordedRun run;
-  run.result = RunQuietly(laptop);
+  // calder.exe's own recorder, writing the text its trace file gets.
+  TraceText hidText;
+  const std::string dir = package.machine().moduleDir();
+  RecordingHidHost hid(*laptop.hid, [&laptop] { return laptop.clock.NowMs() * 1000; }, dir, [&] {
+    hidText.Append(recorder::TraceHeader("hid.dll", "", "", 0, dir, run));
+    return &hidText;
+  });
+  laptop.hid = &hid;
+  RecordedRun recorded;
+  recorded.result = RunQuietly(laptop, run);
   sim::TakeViolations();
-  run.bridge = std::move(bridge.trace);
-  run.upgrade = std::move(upgrade.trace);
-  return run;
+  recorded.bridge = std::move(bridge.trace);
+  recorded.upgrade = std::move(upgrade.trace);
+  std::string error;
+  if (!ParseTrace(hidText.text, "hid", &recorded.hid, &error)) recorded.hid.name = error;
+  return recorded;
 }
 
 ReplayOutcome ReplayUpdate(const std::vector<Trace>& traces, const std::filesystem::path& packageDir) {
@@ -65,9 +83,16 @@ ReplayOutcome ReplayUpdate(const std::vector<Trace>& traces, const std::filesyst
   const std::string programDir = package.machine().moduleDir();
   std::unique_ptr<TracedBridge> bridge;
   std::unique_ptr<TracedUpgrade> upgrade;
+  std::unique_ptr<TracedHid> hid;
+  std::string run = "--update";
   std::vector<TracePlayer*> players;
   for (const Trace& trace : traces) {
-    if (trace.library == TraceLibrary::kBridge) {
+    if (trace.library == TraceLibrary::kHid) {
+      hid = std::make_unique<TracedHid>(trace, programDir, laptop.clock, outcome.state);
+      laptop.hid = hid.get();
+      players.push_back(&hid->player);
+      run = trace.run;
+    } else if (trace.library == TraceLibrary::kBridge) {
       bridge = std::make_unique<TracedBridge>(trace, programDir, laptop.clock, outcome.state);
       laptop.bridge = bridge.get();
       players.push_back(&bridge->player);
@@ -77,7 +102,7 @@ ReplayOutcome ReplayUpdate(const std::vector<Trace>& traces, const std::filesyst
       players.push_back(&upgrade->player);
     }
   }
-  outcome.runResult = RunQuietly(laptop);
+  outcome.runResult = RunQuietly(laptop, run);
   // The models' complaints about a replayed exchange are the replay's
   // divergence to report, not theirs.
   sim::TakeViolations();

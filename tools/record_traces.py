@@ -1,9 +1,11 @@
 #!/usr/bin/env python3
 """Records tests/traces/ again: the real calder.exe (build/win) with the
-recorders in front of the stand-in vendor DLLs under Wine, one --update per
-scenario against tests/traces/package, the stand-ins' fault injection set as
-the fault matrix sets it. Each scenario leaves NAME.bridge.ndjson and
-NAME.upgrade.ndjson (a run that never reaches a library leaves none for it).
+recorders in front of the stand-in vendor DLLs under Wine, one --update (or
+--version) per scenario against tests/traces/package, the stand-ins' fault
+injection set as the fault matrix sets it. Each scenario leaves
+NAME.bridge.ndjson, NAME.upgrade.ndjson and NAME.hid.ndjson, calder.exe's own
+HID traffic (a run that never reaches a library or the HID device leaves
+none for it).
 
     tools/record_traces.py [NAME...]     (scripts/record-traces runs it)
 """
@@ -25,15 +27,16 @@ PACKAGE = TRACES / "package"
 TP_FIRMWARE = b"\xff" * 0x102 + b"\x05"  # its checksum is what the stand-in reports
 FORCE_IMAGE = bytes((i * 7 + 1) % 251 + 1 for i in range(1000))  # 16 blocks, a raw image
 
-# name, the force sensor's scenario lines, the upgrade stand-in's environment.
+# name, the force sensor's scenario lines, the stand-ins' environment, the switch.
 SCENARIOS = [
-    ("clean-update", "", {}),
-    ("connect-wrong-twice", "wrong_connect_replies=2\n", {}),
-    ("rejected-block", "rejected_block=3\nrejections=1\n", {}),
+    ("clean-update", "", {}, "--update"),
+    ("connect-wrong-twice", "wrong_connect_replies=2\n", {}, "--update"),
+    ("rejected-block", "rejected_block=3\nrejections=1\n", {}, "--update"),
     # Erased flash reads 0xFF past the raw image: the read-back checksum
     # differs and the calibration read over HID rescues the update.
-    ("readback-mismatch-rescued", "erased_value=0xFF\n", {}),
-    ("touchpad-upgrade-fails", "", {"BTL_SIM_UPGRADE_RESULT": "5"}),
+    ("readback-mismatch-rescued", "erased_value=0xFF\n", {}, "--update"),
+    ("touchpad-upgrade-fails", "", {"BTL_SIM_UPGRADE_RESULT": "5"}, "--update"),
+    ("version", "", {}, "--version"),
 ]
 
 
@@ -69,22 +72,22 @@ def traces_of(result):
             for path in LOG_DIR.glob(f"CalderTrace_*_{pid}_*.ndjson")}
 
 
-def record(name, scenario, env):
+def record(name, scenario, env, switch):
     stage, sensor = recording_stage(name, scenario)
     with hid_standins_in_system32() as overrides:
-        result = stage.run("--update", env={**overrides, **env,
-                                            "CALDER_FORCE_SIM_DIR": windows_path(sensor)})
+        result = stage.run(switch, env={**overrides, **env,
+                                        "CALDER_FORCE_SIM_DIR": windows_path(sensor)})
     return result, traces_of(result)
 
 
 def main(names):
     write_package()
-    for name, scenario, env in SCENARIOS:
+    for name, scenario, env, switch in SCENARIOS:
         if names and name not in names:
             continue
         for old in TRACES.glob(name + ".*.ndjson"):
             old.unlink()
-        result, traces = record(name, scenario, env)
+        result, traces = record(name, scenario, env, switch)
         for library, path in sorted(traces.items()):
             shutil.copy(path, TRACES / f"{name}.{library}.ndjson")
         print(f"{name}: exit {result.rc}, traces {', '.join(sorted(traces)) or 'none'}")

@@ -10,9 +10,14 @@
 #include "driver/calder.h"
 #include "driver/entry_run.h"
 #include "driver/logging.h"
+#include "driver/recording_layout.h"
+#include "base/firmware_discovery.h"
+#include "hid/recording_hid_host.h"
 #include "platform/environment.h"
+#include "platform/process_info.h"
 #include "platform/win32/guards_win32.h"
 #include "platform/win32/library_loading.h"
+#include "platform/win32/trace_file_win32.h"
 #include "platform/win32/win32_seams.h"
 #include "ui/skin/paint_manager.h"
 #include "ui/win32/progress_messages.h"
@@ -58,6 +63,55 @@ class Win32Entry : public calder::EntryPlatform {
   std::unique_ptr<calder::Win32ShutdownBlocker> blocker_;
 };
 
+// TEMPORARY until the shared trace clock and header land.
+uint64_t TraceClockUs() {
+  static LARGE_INTEGER frequency = [] {
+    LARGE_INTEGER f;
+    QueryPerformanceFrequency(&f);
+    return f;
+  }();
+  LARGE_INTEGER now;
+  QueryPerformanceCounter(&now);
+  const uint64_t ticks = static_cast<uint64_t>(now.QuadPart);
+  const uint64_t perSecond = static_cast<uint64_t>(frequency.QuadPart);
+  return ticks / perSecond * 1000000 + ticks % perSecond * 1000000 / perSecond;
+}
+
+struct FileSink : calder::recorder::TraceSink {
+  void Append(const std::string& line) override { file->Append(line); }
+  calder::Win32TraceFile* file = nullptr;
+};
+
+std::string HidTraceHeader(const calder::LocalTime& now, unsigned long pid, const std::string& dir,
+                           const std::string& run) {
+  return calder::recorder::TraceHeader("hid.dll", "", calder::recorder::IsoLocalTime(now, 0), pid, dir,
+                                       run);
+}
+
+// From a recording layout calder.exe also records its own HID traffic, in a
+// trace beside its log; nothing else changes, and outside one nothing does.
+void RecordHidInRecordingLayout(const calder::CommandLine& line) {
+  using namespace calder;
+  const std::string programDir = GetModuleDir();
+  if (Env().files == nullptr || Env().hid == nullptr || !IsRecordingLayout(*Env().files, programDir)) {
+    return;
+  }
+  const std::string run = line.argc > 1 && line.argv[1] != nullptr ? line.argv[1] : "";
+  const auto open = [programDir, run]() -> recorder::TraceSink* {
+    ProcessInfo& process = *Env().process;
+    const LocalTime now = process.Now();
+    const std::string path = HidTracePath(now, process.ProcessId());
+    Win32TraceFile* file = path.empty() ? nullptr : Win32TraceFile::CreateNew(path);
+    if (file == nullptr) return nullptr;
+    file->Append(HidTraceHeader(now, process.ProcessId(), programDir, run));
+    static FileSink sink;
+    sink.file = file;
+    return &sink;
+  };
+  static RecordingHidHost recorder(*Env().hid, &TraceClockUs, programDir, open);
+  Env().hid = &recorder;
+}
+
 }  // namespace
 
 int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
@@ -67,9 +121,11 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
   static calder::WindowProgress progress(entry);
   calder::Env().progress = &progress;
   calder::InitLogging();
+  const calder::CommandLine line = calder::ReadCommandLine(__argc, __argv);
+  RecordHidInRecordingLayout(line);
 
   static calder::Win32UpdateLock lock;
   static calder::Win32PowerStatus power;
   const calder::EntrySeams seams{entry, &lock, &power, &calder::main};
-  return calder::RunEntry(seams, calder::ReadCommandLine(__argc, __argv));
+  return calder::RunEntry(seams, line);
 }

@@ -2,9 +2,11 @@
 
 #include <nlohmann/json.hpp>
 
-#include <cstdio>
 #include <cstdint>
+#include <cstdio>
+#include <map>
 
+#include "hid/recording_hid_host.h"
 #include "platform/bridge_library.h"
 #include "platform/upgrade_library.h"
 
@@ -18,32 +20,47 @@ namespace {
 constexpr int kTraceVersion = 1;
 constexpr char kBridgeFile[] = "btl_hid_transfer.dll";
 constexpr char kUpgradeFile[] = "btl_upgrade.dll";
+constexpr char kHidFile[] = "hid.dll";
 
 // Fields a call line carries, by entry point.
-enum Field : unsigned { kRc = 1, kIn = 2, kOut = 4, kLen = 8, kPath = 16, kConfig = 32 };
+// A device path is a path without a file to hash.
+enum Field : unsigned {
+  kRc = 1, kIn = 2, kOut = 4, kLen = 8, kPath = 16, kConfig = 32, kDev = 64, kPaths = 128,
+  kDevicePath = 256
+};
+
+constexpr int kAsLen = -1;
 
 struct EntryFields {
   const char* fn;
   TraceLibrary library;
   unsigned fields;
-  size_t bytes;  // fixed size of in and out; 0: as len says
+  int inBytes = kAsLen;  // fixed sizes of in and out, or as len says
+  int outBytes = kAsLen;
 };
 
 const EntryFields kEntries[] = {
-    {kBridgeLibraryEntryPoints[kInitDriver], TraceLibrary::kBridge, kRc, 0},
-    {kBridgeLibraryEntryPoints[kOpenDevice], TraceLibrary::kBridge, kRc, 0},
-    {kBridgeLibraryEntryPoints[kWriteData], TraceLibrary::kBridge, kIn | kLen | kRc, 0},
-    {kBridgeLibraryEntryPoints[kReadData], TraceLibrary::kBridge, kOut | kLen | kRc, 0},
-    {kBridgeLibraryEntryPoints[kCloseDevice], TraceLibrary::kBridge, kRc, 0},
-    {kBridgeLibraryEntryPoints[kUninstallDriver], TraceLibrary::kBridge, kRc, 0},
-    {kUpgradeLibraryEntryPoints[kUpgradeInit], TraceLibrary::kUpgrade, kConfig | kRc, 0},
-    {kUpgradeLibraryEntryPoints[kUpgradeFromFile], TraceLibrary::kUpgrade, kPath | kRc, 0},
-    {kUpgradeLibraryEntryPoints[kGetChecksum], TraceLibrary::kUpgrade, kIn | kOut | kRc, 4},
-    {kUpgradeLibraryEntryPoints[kGetFirmwareVersion], TraceLibrary::kUpgrade, kIn | kOut | kRc, 1},
-    {kUpgradeLibraryEntryPoints[kGetChipId], TraceLibrary::kUpgrade, kIn | kOut | kRc, 1},
+    {kBridgeLibraryEntryPoints[kInitDriver], TraceLibrary::kBridge, kRc},
+    {kBridgeLibraryEntryPoints[kOpenDevice], TraceLibrary::kBridge, kRc},
+    {kBridgeLibraryEntryPoints[kWriteData], TraceLibrary::kBridge, kIn | kLen | kRc},
+    {kBridgeLibraryEntryPoints[kReadData], TraceLibrary::kBridge, kOut | kLen | kRc},
+    {kBridgeLibraryEntryPoints[kCloseDevice], TraceLibrary::kBridge, kRc},
+    {kBridgeLibraryEntryPoints[kUninstallDriver], TraceLibrary::kBridge, kRc},
+    {kUpgradeLibraryEntryPoints[kUpgradeInit], TraceLibrary::kUpgrade, kConfig | kRc},
+    {kUpgradeLibraryEntryPoints[kUpgradeFromFile], TraceLibrary::kUpgrade, kPath | kRc},
+    {kUpgradeLibraryEntryPoints[kGetChecksum], TraceLibrary::kUpgrade, kIn | kOut | kRc, 4, 4},
+    {kUpgradeLibraryEntryPoints[kGetFirmwareVersion], TraceLibrary::kUpgrade, kIn | kOut | kRc, 1, 1},
+    {kUpgradeLibraryEntryPoints[kGetChipId], TraceLibrary::kUpgrade, kIn | kOut | kRc, 1, 1},
     {kUpgradeLibraryEntryPoints[kCheckNeedUpgrade], TraceLibrary::kUpgrade,
-     kPath | kIn | kOut | kRc, 4},
-    {kUpgradeLibraryEntryPoints[kUpgradeDeinit], TraceLibrary::kUpgrade, 0, 0},
+     kPath | kIn | kOut | kRc, 4, 4},
+    {kUpgradeLibraryEntryPoints[kUpgradeDeinit], TraceLibrary::kUpgrade, 0},
+    {kHidInterfaces, TraceLibrary::kHid, kPaths},
+    {kHidAttributes, TraceLibrary::kHid, kDevicePath | kOut | kRc, kAsLen, 4},  // vendor, product
+    {kHidOpen, TraceLibrary::kHid, kDevicePath | kDev},
+    {kHidClose, TraceLibrary::kHid, kDev | kRc},
+    {kHidSetOutputReport, TraceLibrary::kHid, kDev | kIn | kLen | kRc},
+    // Only the report id of what the buffer held goes in.
+    {kHidGetInputReport, TraceLibrary::kHid, kDev | kIn | kOut | kLen | kRc, 1},
 };
 
 const EntryFields* FindEntry(const std::string& fn, TraceLibrary library) {
@@ -75,6 +92,16 @@ bool GetText(const Json& j, const char* key, bool nullable, std::optional<std::s
   }
   if (!found->is_string()) return false;
   *text = found->get<std::string>();
+  return true;
+}
+
+bool GetTexts(const Json& j, const char* key, std::vector<std::string>* texts) {
+  const auto found = j.find(key);
+  if (found == j.end() || !found->is_array()) return false;
+  for (const Json& text : *found) {
+    if (!text.is_string()) return false;
+    texts->push_back(text.get<std::string>());
+  }
   return true;
 }
 
@@ -153,10 +180,20 @@ bool ParseCall(const Json& j, TraceLibrary library, TraceLine* line, std::string
     need(kConfig, "config", GetConfig(j, &config));
     line->config = config;
   }
+  if ((entry->fields & kDevicePath) != 0) need(kDevicePath, "path", GetText(j, "path", false, &line->path));
+  int64_t dev = 0;
+  need(kDev, "dev", GetInt(j, "dev", 0, INT64_MAX, &dev));
+  if ((entry->fields & kDev) != 0) line->dev = dev;
+  if ((entry->fields & kPaths) != 0) need(kPaths, "paths", GetTexts(j, "paths", &line->paths));
   if (!what->empty()) return false;
-  for (const auto* bytes : {&line->in, &line->out}) {
-    const size_t want = entry->bytes != 0 ? entry->bytes : static_cast<size_t>(len);
-    if (bytes->has_value() && (*bytes)->size() != want) {
+  const struct {
+    const std::optional<std::vector<uint8_t>>& bytes;
+    int fixed;
+  } sizes[] = {{line->in, entry->inBytes}, {line->out, entry->outBytes}};
+  for (const auto& [bytes, fixed] : sizes) {
+    // A fixed size for a length of 0 or less is no bytes, as the writer gives it.
+    const int64_t want = fixed == kAsLen ? len : (line->len && len <= 0 ? 0 : fixed);
+    if (bytes.has_value() && static_cast<int64_t>(bytes->size()) != want) {
       *what = "its bytes do not match its length";
       return false;
     }
@@ -209,14 +246,19 @@ bool ParseHeader(const Json& j, Trace* trace, std::string* what) {
     *what = "trace format " + std::to_string(version) + " is not the one this reads (" +
             std::to_string(kTraceVersion) + ")";
   } else if (!GetText(j, "library", false, &library) ||
-             (*library != kBridgeFile && *library != kUpgradeFile)) {
+             (*library != kBridgeFile && *library != kUpgradeFile && *library != kHidFile)) {
     *what = "the header names no library this replays";
   } else if (!GetText(j, "dir", false, &dir)) {
     *what = "the header has no \"dir\"";
+  } else if (j.contains("run") && !j["run"].is_string()) {
+    *what = "the header's \"run\" is no text";
   }
   if (!what->empty()) return false;
-  trace->library = *library == kBridgeFile ? TraceLibrary::kBridge : TraceLibrary::kUpgrade;
+  trace->library = *library == kBridgeFile    ? TraceLibrary::kBridge
+                   : *library == kUpgradeFile ? TraceLibrary::kUpgrade
+                                              : TraceLibrary::kHid;
   trace->dir = *dir;
+  if (j.contains("run")) trace->run = j["run"].get<std::string>();
   std::optional<std::string> sha;
   if (GetText(j, "vendor_sha256", false, &sha)) trace->vendorSha256 = *sha;
   return true;
@@ -225,7 +267,7 @@ bool ParseHeader(const Json& j, Trace* trace, std::string* what) {
 }  // namespace
 
 const char* LibraryFile(TraceLibrary library) {
-  return library == TraceLibrary::kBridge ? kBridgeFile : kUpgradeFile;
+  return library == TraceLibrary::kBridge ? kBridgeFile : library == TraceLibrary::kUpgrade ? kUpgradeFile : kHidFile;
 }
 
 bool TraceConfig::operator==(const TraceConfig& o) const {
@@ -241,6 +283,15 @@ size_t Trace::CallCount() const {
 
 bool Trace::Complete() const {
   if (cut) return false;
+  // HID traffic has no session to end: it is whole once every open is closed.
+  if (library == TraceLibrary::kHid) {
+    std::map<int64_t, bool> open;
+    for (const TraceLine& line : lines) {
+      if (line.fn == kHidOpen && line.dev.value_or(0) > 0) open[*line.dev] = true;
+      if (line.fn == kHidClose && line.rc.value_or(0) != 0) open.erase(line.dev.value_or(0));
+    }
+    return open.empty();
+  }
   for (auto it = lines.rbegin(); it != lines.rend(); ++it) {
     if (!it->isCall()) continue;
     if (library == TraceLibrary::kBridge) return it->fn == kBridgeLibraryEntryPoints[kUninstallDriver];
@@ -334,6 +385,7 @@ std::string FormatTrace(const Trace& trace) {
   header["library"] = LibraryFile(trace.library);
   header["vendor_sha256"] = trace.vendorSha256;
   header["dir"] = trace.dir;
+  if (trace.library == TraceLibrary::kHid) header["run"] = trace.run;
   std::string out = header.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
   for (const TraceLine& line : trace.lines) {
     OrderedJson j;
@@ -347,6 +399,8 @@ std::string FormatTrace(const Trace& trace) {
       continue;
     }
     j["fn"] = line.fn;
+    if (!line.paths.empty() || line.fn == kHidInterfaces) j["paths"] = line.paths;
+    if (line.dev) j["dev"] = *line.dev;
     if (line.config) {
       OrderedJson c;
       c["hwId"] = line.config->hwId ? OrderedJson(*line.config->hwId) : OrderedJson(nullptr);
@@ -359,7 +413,9 @@ std::string FormatTrace(const Trace& trace) {
     }
     if (line.path) {
       j["path"] = *line.path;
-      j["sha256"] = line.sha256 ? OrderedJson(*line.sha256) : OrderedJson(nullptr);
+      if (trace.library != TraceLibrary::kHid) {
+        j["sha256"] = line.sha256 ? OrderedJson(*line.sha256) : OrderedJson(nullptr);
+      }
     }
     if (line.in) j["in"] = HexText(*line.in);
     if (line.out) j["out"] = HexText(*line.out);

@@ -7,10 +7,10 @@
 
 namespace calder::replay {
 
-// Which vendor library a trace recorded.
-enum class TraceLibrary { kBridge, kUpgrade };
+// Which vendor library a trace recorded, or calder.exe's own HID traffic.
+enum class TraceLibrary { kBridge, kUpgrade, kHid };
 
-const char* LibraryFile(TraceLibrary library);  // "btl_hid_transfer.dll", ...
+const char* LibraryFile(TraceLibrary library);  // "btl_hid_transfer.dll", ..., "hid.dll"
 
 // The configuration record of btl_upgrade_init as recorded: never an
 // address, only whether each callback was set.
@@ -39,6 +39,8 @@ struct TraceLine {
   std::optional<TraceConfig> config;
   int32_t value = 0;                  // callback: percent or level
   std::optional<std::string> text;    // callback: none for a null text
+  std::optional<int64_t> dev;         // HID: the handle, as the number of its open
+  std::vector<std::string> paths;     // HID: the interfaces listed
   bool isCall() const { return !fn.empty(); }
 };
 
@@ -47,6 +49,7 @@ struct Trace {
   TraceLibrary library = TraceLibrary::kBridge;
   std::string vendorSha256;
   std::string dir;  // the recorder's folder; recorded paths are relative to it
+  std::string run = "--update";  // a HID trace's: calder.exe's switch
   std::vector<TraceLine> lines;
   bool cut = false;  // the last line was cut mid-way and dropped
   std::vector<std::string> notes;

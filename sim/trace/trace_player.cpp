@@ -28,6 +28,7 @@ bool SameIgnoringCase(const std::string& a, const std::string& b) {
 // Why a call is not the recorded one; empty when it is.
 std::string Mismatch(const TraceLine& expected, const TraceLine& actual) {
   if (expected.fn != actual.fn) return "another entry point";
+  if (actual.dev && expected.dev != actual.dev) return "another device";
   if (actual.in && expected.in != actual.in) return "other bytes";
   if (actual.len && expected.len != actual.len) return "another length";
   if (actual.path && !SameIgnoringCase(*expected.path, *actual.path)) return "another file";

@@ -4,6 +4,8 @@
 #include <cstring>
 
 #include "base/sha256.h"
+#include "base/utf8.h"
+#include "hid/recording_hid_host.h"
 
 namespace calder::replay {
 
@@ -123,5 +125,78 @@ int32_t TracedUpgrade::CheckNeedUpgrade(const char* path, uint32_t* needUpgrade)
 }
 
 void TracedUpgrade::Deinit() { Play(CallLine(kUpgradeLibraryEntryPoints[kUpgradeDeinit]), nullptr, 0); }
+
+namespace {
+
+// A recorded dev number as the handle the run holds, and back; 0 is no open's.
+HidHandle HandleOf(int64_t dev) {
+  return dev > 0 ? reinterpret_cast<HidHandle>(static_cast<uintptr_t>(dev)) : InvalidHidHandle();
+}
+
+int64_t DevOf(HidHandle handle) {
+  return handle == InvalidHidHandle() ? 0 : static_cast<int64_t>(reinterpret_cast<uintptr_t>(handle));
+}
+
+TraceLine HidCall(const char* fn, HidHandle handle) {
+  TraceLine call = CallLine(fn);
+  call.dev = DevOf(handle);
+  return call;
+}
+
+}  // namespace
+
+const TraceLine* TracedHid::Play(TraceLine actual) {
+  std::vector<const TraceLine*> callbacks;
+  return player.Next(std::move(actual), &callbacks);
+}
+
+std::vector<std::u16string> TracedHid::InterfacePaths() {
+  std::vector<std::u16string> paths;
+  if (const TraceLine* recorded = Play(CallLine(kHidInterfaces))) {
+    for (const std::string& path : recorded->paths) paths.push_back(Utf8ToUtf16(path));
+  }
+  return paths;
+}
+
+bool TracedHid::ProbeAttributes(const std::u16string& path, HidAttributes* attributes) {
+  TraceLine call = CallLine(kHidAttributes);
+  call.path = Utf16ToUtf8(path);
+  const TraceLine* recorded = Play(call);
+  if (recorded == nullptr || *recorded->rc == 0) return false;
+  const std::vector<uint8_t>& ids = *recorded->out;
+  attributes->vendorId = static_cast<uint16_t>(ids[0] | ids[1] << 8);
+  attributes->productId = static_cast<uint16_t>(ids[2] | ids[3] << 8);
+  return true;
+}
+
+HidHandle TracedHid::OpenReadWrite(const std::u16string& path) {
+  TraceLine call = CallLine(kHidOpen);
+  call.path = Utf16ToUtf8(path);
+  const TraceLine* recorded = Play(call);
+  return recorded != nullptr ? HandleOf(*recorded->dev) : InvalidHidHandle();
+}
+
+bool TracedHid::Close(HidHandle handle) {
+  const TraceLine* recorded = Play(HidCall(kHidClose, handle));
+  return recorded != nullptr && *recorded->rc != 0;
+}
+
+bool TracedHid::SetOutputReport(HidHandle handle, const uint8_t* report, size_t size) {
+  TraceLine call = HidCall(kHidSetOutputReport, handle);
+  call.in = std::vector<uint8_t>(report, report + size);
+  call.len = static_cast<int64_t>(size);
+  const TraceLine* recorded = Play(call);
+  return recorded != nullptr && *recorded->rc != 0;
+}
+
+bool TracedHid::GetInputReport(HidHandle handle, uint8_t* report, size_t size) {
+  TraceLine call = HidCall(kHidGetInputReport, handle);
+  call.in = size > 0 ? std::vector<uint8_t>(report, report + 1) : std::vector<uint8_t>();
+  call.len = static_cast<int64_t>(size);
+  const TraceLine* recorded = Play(call);
+  if (recorded == nullptr) return false;
+  std::copy(recorded->out->begin(), recorded->out->end(), report);
+  return *recorded->rc != 0;
+}
 
 }  // namespace calder::replay

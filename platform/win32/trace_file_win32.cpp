@@ -1,0 +1,43 @@
+#include "platform/win32/trace_file_win32.h"
+
+#include <windows.h>
+
+namespace calder {
+namespace {
+
+// A disk flush costs milliseconds, more than the devices' pauses.
+constexpr DWORD kFlushPeriodMs = 100;
+
+}  // namespace
+
+Win32TraceFile* Win32TraceFile::CreateNew(const std::string& path) {
+  // CREATE_NEW alone follows a dangling link at the name and makes its
+  // target; not following it, the name is taken and the call fails.
+  HANDLE file = CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
+                            FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return nullptr;
+  auto* trace = new Win32TraceFile(file);
+  if (HANDLE thread = CreateThread(nullptr, 0, &FlushLoop, trace, 0, nullptr)) {
+    CloseHandle(thread);
+  }
+  return trace;
+}
+
+void Win32TraceFile::Append(const std::string& line) {
+  DWORD written = 0;
+  WriteFile(file_, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+  ++lines_;
+}
+
+unsigned long __stdcall Win32TraceFile::FlushLoop(void* self) {
+  Win32TraceFile& trace = *static_cast<Win32TraceFile*>(self);
+  long flushed = 0;
+  for (;;) {
+    Sleep(kFlushPeriodMs);
+    const long written = trace.lines_.load();
+    if (written != flushed) FlushFileBuffers(trace.file_);
+    flushed = written;
+  }
+}
+
+}  // namespace calder
