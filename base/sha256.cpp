@@ -1,6 +1,7 @@
 #include "base/sha256.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 
 namespace calder::check {
@@ -100,6 +101,20 @@ std::string Sha256Hex(const uint8_t* data, size_t size) {
   Sha256 hash;
   hash.Update(data, size);
   const std::array<uint8_t, 32> digest = hash.Finish();
+  return HexOf(digest.data(), digest.size());
+}
+
+std::optional<std::string> FileSha256(const std::string& path) {
+  std::FILE* file = std::fopen(path.c_str(), "rb");
+  if (file == nullptr) return std::nullopt;
+  Sha256 sha;
+  uint8_t chunk[65536];
+  size_t got = 0;
+  while ((got = std::fread(chunk, 1, sizeof chunk, file)) > 0) sha.Update(chunk, got);
+  const bool failed = std::ferror(file) != 0;
+  std::fclose(file);
+  if (failed) return std::nullopt;
+  const auto digest = sha.Finish();
   return HexOf(digest.data(), digest.size());
 }
 

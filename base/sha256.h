@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace calder::check {
@@ -26,5 +27,7 @@ class Sha256 {
 
 std::string HexOf(const uint8_t* data, size_t size);
 std::string Sha256Hex(const uint8_t* data, size_t size);
+// A file's SHA-256 as lowercase hex; none when it cannot be read.
+std::optional<std::string> FileSha256(const std::string& path);
 
 }  // namespace calder::check

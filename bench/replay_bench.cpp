@@ -48,7 +48,7 @@ int main() {
 
   const auto decodeStart = std::chrono::steady_clock::now();
   size_t decodedBytes = 0;
-  for (const calder::replay::Trace* trace : {&run.bridge, &run.upgrade}) {
+  for (const calder::Trace* trace : {&run.bridge, &run.upgrade}) {
     calder::replay::TraceDecoder decoder(trace->library);
     for (const auto& line : trace->lines) decodedBytes += calder::replay::DecodedRow(line, decoder.Decode(line)).size();
   }

@@ -3,7 +3,7 @@
 #include "driver/folder_trust.h"
 #include "driver/logging.h"
 #include "platform/environment.h"
-#include "recorder/trace_line.h"
+#include "trace/trace_writer.h"
 
 namespace calder {
 namespace {
@@ -29,7 +29,7 @@ bool IsRecordingLayout(FileSystem& files, const std::string& programDir) {
 
 std::string HidTracePath(const LocalTime& time, unsigned long pid) {
   if (Env().files == nullptr || !CheckChain(kLogFolder).trusted) return std::string();
-  const std::string path = std::string(kLogFolder) + "\\" + recorder::TraceFileName(time, pid, "hid");
+  const std::string path = std::string(kLogFolder) + "\\" + TraceFileName(time, pid, LibraryName(TraceLibrary::kHid));
   return CheckFileTarget(*Env().files, path).trusted ? path : std::string();
 }
 

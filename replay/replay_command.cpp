@@ -7,7 +7,7 @@
 #include <system_error>
 
 #include "replay/replay_run.h"
-#include "sim/trace/trace.h"
+#include "trace/trace_reader.h"
 #include "sim/trace/trace_decoder.h"
 
 namespace calder::replay {
@@ -21,7 +21,8 @@ constexpr char kUsage[] =
     "  replays calder.exe --update against recorded library traces (NDJSON);\n"
     "  --decode prints the traces as the protocol reads instead (no --package needed)\n"
     "exit codes: 0 every recorded call made, 4 divergence, 5 trace ends before the run,\n"
-    "  2 bad arguments or an unreadable trace\n";
+    "  3 the recorder refused to load the vendor library (nothing recorded),\n"
+    "  2 bad arguments, an unreadable trace or two traces of one library\n";
 
 struct Options {
   bool decode = false;
@@ -160,22 +161,20 @@ ReplayCommandOutcome RunReplayCommand(const std::vector<std::string>& args) {
     return outcome;
   }
   std::vector<Trace> traces(options.traces.size());
-  bool seen[3] = {false, false, false};
   for (size_t i = 0; i < traces.size(); ++i) {
     if (!ReadTraceFile(options.traces[i], &traces[i], &error)) {
       outcome.err = "calder-replay: " + error + "\n";
       return outcome;
     }
-    bool& library = seen[static_cast<int>(traces[i].library)];
-    if (library && !options.decode) {
-      outcome.err = "calder-replay: two traces of " + std::string(LibraryFile(traces[i].library)) +
-                    "; a replay takes one per library\n";
-      return outcome;
-    }
-    library = true;
   }
   if (options.decode) return Decode(traces, options.json);
-  return Report(traces, ReplayUpdate(traces, options.package), options.json);
+  const ReplayOutcome replayed = ReplayUpdate(traces, options.package);
+  if (!replayed.problem.empty()) {
+    outcome.exitCode = replayed.exitCode;
+    outcome.err = "calder-replay: " + replayed.problem + "\n";
+    return outcome;
+  }
+  return Report(traces, replayed, options.json);
 }
 
 }  // namespace calder::replay

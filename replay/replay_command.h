@@ -3,9 +3,9 @@
 #include <string>
 #include <vector>
 
-namespace calder::replay {
+#include "replay/replay_run.h"
 
-constexpr int kReplayBadInput = 2;
+namespace calder::replay {
 
 struct ReplayCommandOutcome {
   int exitCode = kReplayBadInput;
@@ -16,8 +16,9 @@ struct ReplayCommandOutcome {
 // calder-replay's command line, the program's name left out:
 //   [--decode] [--json] --package DIR TRACE...
 // Exit code 0 the run made exactly the recorded calls, 4 at the first
-// divergence, 5 when the traces end before the run does, 2 for bad
-// arguments or a trace that cannot be read.
+// divergence, 5 when the traces end before the run does, 3 when a trace
+// holds the recorder's refusal to load the vendor library, 2 for bad
+// arguments, a trace that cannot be read or two traces of one library.
 ReplayCommandOutcome RunReplayCommand(const std::vector<std::string>& args);
 
 }  // namespace calder::replay

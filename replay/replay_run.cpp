@@ -13,12 +13,14 @@
 #include "sim/trace/traced_libraries.h"
 #include "sim/protocol_violations.h"
 #include "sim/simulated_laptop.h"
+#include "trace/trace_reader.h"
+#include "trace/trace_writer.h"
 
 namespace calder::replay {
 
 namespace {
 
-class TraceText : public recorder::TraceSink {
+class TraceText : public TraceSink {
  public:
   void Append(const std::string& line) override { text += line; }
   std::string text;
@@ -41,6 +43,25 @@ int RunQuietly(sim::SimulatedLaptop& laptop, const std::string& run) {
   return laptop.RunMain({run});
 }
 
+// Why the traces cannot be replayed together; empty when they can.
+std::string Unplayable(const std::vector<Trace>& traces, int* exitCode) {
+  for (size_t i = 0; i < traces.size(); ++i) {
+    if (const TraceLine* refusal = traces[i].Refusal()) {
+      *exitCode = kReplayRecorderRefused;
+      return traces[i].name + ": the recorder refused to load the vendor library (" + *refusal->refused +
+             ": " + refusal->why + "); the trace holds no call to replay";
+    }
+    for (size_t j = 0; j < i; ++j) {
+      if (traces[j].library == traces[i].library) {
+        *exitCode = kReplayBadInput;
+        return std::string("two traces of ") + LibraryFile(traces[i].library) + " (" + traces[j].name +
+               ", " + traces[i].name + "); a replay takes one per library";
+      }
+    }
+  }
+  return "";
+}
+
 }  // namespace
 
 RecordedRun RecordUpdate(const std::filesystem::path& packageDir,
@@ -61,7 +82,11 @@ RecordedRun RecordUpdate(const std::filesystem::path& packageDir,
   TraceText hidText;
   const std::string dir = package.machine().moduleDir();
   RecordingHidHost hid(*laptop.hid, [&laptop] { return laptop.clock.NowMs() * 1000; }, dir, [&] {
-    hidText.Append(recorder::TraceHeader("hid.dll", "", "", 0, dir, run));
+    Trace header;
+    header.library = TraceLibrary::kHid;
+    header.dir = dir;
+    header.run = run;
+    hidText.Append(FormatTraceHeader(header));
     return &hidText;
   });
   laptop.hid = &hid;
@@ -77,6 +102,8 @@ RecordedRun RecordUpdate(const std::filesystem::path& packageDir,
 
 ReplayOutcome ReplayUpdate(const std::vector<Trace>& traces, const std::filesystem::path& packageDir) {
   ReplayOutcome outcome;
+  outcome.problem = Unplayable(traces, &outcome.exitCode);
+  if (!outcome.problem.empty()) return outcome;
   check::StagedPackage package(packageDir);
   sim::SimulatedLaptop laptop;
   Arrange(laptop, package);
@@ -91,7 +118,7 @@ ReplayOutcome ReplayUpdate(const std::vector<Trace>& traces, const std::filesyst
       hid = std::make_unique<TracedHid>(trace, programDir, laptop.clock, outcome.state);
       laptop.hid = hid.get();
       players.push_back(&hid->player);
-      run = trace.run;
+      if (!trace.run.empty()) run = trace.run;
     } else if (trace.library == TraceLibrary::kBridge) {
       bridge = std::make_unique<TracedBridge>(trace, programDir, laptop.clock, outcome.state);
       laptop.bridge = bridge.get();

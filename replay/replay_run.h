@@ -5,13 +5,15 @@
 #include <string>
 #include <vector>
 
-#include "sim/trace/trace.h"
+#include "trace/trace.h"
 #include "sim/trace/trace_player.h"
 #include "sim/simulated_laptop.h"
 
 namespace calder::replay {
 
 constexpr int kReplayMatched = 0;
+constexpr int kReplayBadInput = 2;
+constexpr int kReplayRecorderRefused = 3;
 constexpr int kReplayDiverged = 4;
 constexpr int kReplayCutOff = 5;
 
@@ -26,12 +28,15 @@ struct ReplayOutcome {
   int runResult = 1;  // what the update returned
   ReplayState state;
   std::vector<TraceProgress> traces;
+  std::string problem;  // why nothing was replayed
 };
 
 // Runs `--update` (or the switch a HID trace recorded) on the simulated
 // laptop with the package's firmware folders, each traced library and the
-// HID host answered from its trace (at most one each), the others and the
-// BIOS by the models.
+// HID host answered from its trace, the others and the BIOS by the models.
+// Nothing runs for two traces of one library (kReplayBadInput) or a trace
+// that holds the recorder's refusal to load the vendor library
+// (kReplayRecorderRefused): `problem` says why.
 ReplayOutcome ReplayUpdate(const std::vector<Trace>& traces, const std::filesystem::path& packageDir);
 
 struct RecordedRun {

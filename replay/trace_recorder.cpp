@@ -2,18 +2,13 @@
 
 #include <cstring>
 
-#include "sim/trace/traced_libraries.h"
+#include "base/sha256.h"
 
 namespace calder::replay {
 
 namespace {
 
 RecordingUpgrade* g_recording = nullptr;  // the one the C callbacks reach
-
-std::vector<uint8_t> Bytes(const void* data, size_t size) {
-  const uint8_t* bytes = static_cast<const uint8_t*>(data);
-  return data != nullptr ? std::vector<uint8_t>(bytes, bytes + size) : std::vector<uint8_t>();
-}
 
 int64_t NextSeq(const Trace& trace) { return static_cast<int64_t>(trace.lines.size()) + 1; }
 
@@ -47,7 +42,7 @@ int RecordingBridge::btl_open_device() {
 int RecordingBridge::btl_write_data(unsigned char* buffer, int length) {
   const uint64_t at = clock_.NowMs();
   TraceLine line = CallLine(kBridgeLibraryEntryPoints[kWriteData]);
-  line.in = Bytes(buffer, length > 0 ? static_cast<size_t>(length) : 0);
+  line.in = BytesOf(buffer, length);
   line.len = length;
   return Done(std::move(line), at, inner_.btl_write_data(buffer, length));
 }
@@ -56,7 +51,7 @@ int RecordingBridge::btl_read_data(unsigned char* buffer, int length) {
   const uint64_t at = clock_.NowMs();
   const int rc = inner_.btl_read_data(buffer, length);
   TraceLine line = CallLine(kBridgeLibraryEntryPoints[kReadData]);
-  line.out = Bytes(buffer, length > 0 ? static_cast<size_t>(length) : 0);
+  line.out = BytesOf(buffer, length);
   line.len = length;
   return Done(std::move(line), at, rc);
 }
@@ -94,7 +89,7 @@ void RecordingUpgrade::Callback(const char* cb, int32_t value, const char* text)
   TraceLine line;
   line.cb = cb;
   line.value = value;
-  if (text != nullptr) line.text = std::string(text);
+  line.text = TextOf(text);
   Done(std::move(line), Entered());
   if (std::strcmp(cb, "progress") == 0 && progress_ != nullptr) progress_(value, text);
   if (std::strcmp(cb, "log") == 0 && log_ != nullptr) log_(value, text);
@@ -115,7 +110,7 @@ void RecordingUpgrade::Done(TraceLine line, uint64_t enteredMs) {
 int32_t RecordingUpgrade::Init(btl_upgrade_config* config) {
   const uint64_t at = Entered();
   TraceLine line = CallLine(kUpgradeLibraryEntryPoints[kUpgradeInit]);
-  line.config = ConfigLine(config);
+  line.config = RecordedConfig(config);
   int32_t rc = 0;
   if (config == nullptr) {
     rc = inner_.Init(nullptr);
@@ -135,8 +130,8 @@ int32_t RecordingUpgrade::Init(btl_upgrade_config* config) {
 int32_t RecordingUpgrade::UpgradeFromFile(const char* path) {
   const uint64_t at = Entered();
   TraceLine line = CallLine(kUpgradeLibraryEntryPoints[kUpgradeFromFile]);
-  line.path = path != nullptr ? path : "";
-  line.sha256 = FileSha256(*line.path);
+  line.path = TextOf(path);
+  line.sha256 = path != nullptr ? check::FileSha256(path) : std::nullopt;
   const int32_t rc = inner_.UpgradeFromFile(path);
   line.rc = rc;
   Done(std::move(line), at);
@@ -149,9 +144,9 @@ int32_t RecordingUpgrade::RecordQuery(UpgradeEntryPoint entry, void* variable, s
                                       Query query) {
   const uint64_t at = Entered();
   TraceLine line = CallLine(kUpgradeLibraryEntryPoints[entry]);
-  line.in = Bytes(variable, size);
+  line.in = BytesOf(variable, static_cast<long long>(size));
   const int32_t rc = query();
-  line.out = Bytes(variable, size);
+  line.out = BytesOf(variable, static_cast<long long>(size));
   line.rc = rc;
   Done(std::move(line), at);
   return rc;
@@ -173,11 +168,11 @@ int32_t RecordingUpgrade::GetChipId(uint8_t* chipId) {
 int32_t RecordingUpgrade::CheckNeedUpgrade(const char* path, uint32_t* needUpgrade) {
   const uint64_t at = Entered();
   TraceLine line = CallLine(kUpgradeLibraryEntryPoints[kCheckNeedUpgrade]);
-  line.path = path != nullptr ? path : "";
-  line.sha256 = FileSha256(*line.path);
-  line.in = Bytes(needUpgrade, 4);
+  line.path = TextOf(path);
+  line.sha256 = path != nullptr ? check::FileSha256(path) : std::nullopt;
+  line.in = BytesOf(needUpgrade, 4);
   const int32_t rc = inner_.CheckNeedUpgrade(path, needUpgrade);
-  line.out = Bytes(needUpgrade, 4);
+  line.out = BytesOf(needUpgrade, 4);
   line.rc = rc;
   Done(std::move(line), at);
   return rc;

@@ -5,7 +5,7 @@
 #include "platform/bridge_library.h"
 #include "platform/clock.h"
 #include "platform/upgrade_library.h"
-#include "sim/trace/trace.h"
+#include "trace/trace.h"
 #include "touchpad/btl_upgrade_config.h"
 
 namespace calder::replay {

@@ -19,4 +19,16 @@ btl_upgrade_config BuildUpgradeConfig(const char* hwId, uint8_t chipId, int32_t 
   return config;
 }
 
+std::optional<TraceConfig> RecordedConfig(const btl_upgrade_config* config) {
+  if (config == nullptr) return std::nullopt;
+  TraceConfig c;
+  c.hwId = TextOf(config->hwId);
+  c.chipId = config->chipId;
+  c.haveBoot = config->haveBoot;
+  c.options = {config->option1, config->option2, config->option3};
+  c.progress = config->progress != nullptr;
+  c.log = config->log != nullptr;
+  return c;
+}
+
 }  // namespace calder

@@ -2,6 +2,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+
+#include "trace/trace.h"
 
 namespace calder {
 
@@ -41,5 +44,8 @@ constexpr int32_t kUpgradeOptionWords[3] = {0, 1, 0};
 // callbacks. The record keeps `hwId` by pointer.
 btl_upgrade_config BuildUpgradeConfig(const char* hwId, uint8_t chipId, int32_t haveBoot,
                                       btl_progress_callback progress, btl_log_callback log);
+
+// The record as a trace records it: none for a null record.
+std::optional<TraceConfig> RecordedConfig(const btl_upgrade_config* config);
 
 }  // namespace calder

@@ -63,31 +63,6 @@ class Win32Entry : public calder::EntryPlatform {
   std::unique_ptr<calder::Win32ShutdownBlocker> blocker_;
 };
 
-// TEMPORARY until the shared trace clock and header land.
-uint64_t TraceClockUs() {
-  static LARGE_INTEGER frequency = [] {
-    LARGE_INTEGER f;
-    QueryPerformanceFrequency(&f);
-    return f;
-  }();
-  LARGE_INTEGER now;
-  QueryPerformanceCounter(&now);
-  const uint64_t ticks = static_cast<uint64_t>(now.QuadPart);
-  const uint64_t perSecond = static_cast<uint64_t>(frequency.QuadPart);
-  return ticks / perSecond * 1000000 + ticks % perSecond * 1000000 / perSecond;
-}
-
-struct FileSink : calder::recorder::TraceSink {
-  void Append(const std::string& line) override { file->Append(line); }
-  calder::Win32TraceFile* file = nullptr;
-};
-
-std::string HidTraceHeader(const calder::LocalTime& now, unsigned long pid, const std::string& dir,
-                           const std::string& run) {
-  return calder::recorder::TraceHeader("hid.dll", "", calder::recorder::IsoLocalTime(now, 0), pid, dir,
-                                       run);
-}
-
 // From a recording layout calder.exe also records its own HID traffic, in a
 // trace beside its log; nothing else changes, and outside one nothing does.
 void RecordHidInRecordingLayout(const calder::CommandLine& line) {
@@ -97,18 +72,22 @@ void RecordHidInRecordingLayout(const calder::CommandLine& line) {
     return;
   }
   const std::string run = line.argc > 1 && line.argv[1] != nullptr ? line.argv[1] : "";
-  const auto open = [programDir, run]() -> recorder::TraceSink* {
+  const auto open = [programDir, run]() -> TraceSink* {
     ProcessInfo& process = *Env().process;
     const LocalTime now = process.Now();
     const std::string path = HidTracePath(now, process.ProcessId());
     Win32TraceFile* file = path.empty() ? nullptr : Win32TraceFile::CreateNew(path);
     if (file == nullptr) return nullptr;
-    file->Append(HidTraceHeader(now, process.ProcessId(), programDir, run));
-    static FileSink sink;
-    sink.file = file;
-    return &sink;
+    Trace header;
+    header.library = TraceLibrary::kHid;
+    header.started = IsoLocalTime(now, UtcOffsetMinutes());
+    header.pid = static_cast<int64_t>(process.ProcessId());
+    header.dir = programDir;
+    header.run = run;
+    file->Append(FormatTraceHeader(header));
+    return file;
   };
-  static RecordingHidHost recorder(*Env().hid, &TraceClockUs, programDir, open);
+  static RecordingHidHost recorder(*Env().hid, &MicrosecondsSinceProcessStart, programDir, open);
   Env().hid = &recorder;
 }
 

@@ -1,6 +1,5 @@
 // Recorder btl_hid_transfer.dll: the vendor's bridge from vendor\ beside it,
 // every call forwarded unchanged and written to the run's bridge trace.
-#include <cstring>
 #include <memory>
 
 #include "platform/win32/win32_bridge_library.h"
@@ -10,14 +9,10 @@ namespace {
 
 using calder::Win32BridgeLibrary;
 using calder::recorder::Recording;
-using calder::recorder::TraceLine;
-
-// Frames and replies are a few dozen bytes; a longer buffer is hexed from the
-// caller's after the call.
-constexpr int kSnapshotBytes = 512;
+using calder::TraceLine;
 
 struct Recorder {
-  Recording recording{calder::kBridgeLibraryFile, "bridge"};
+  Recording recording{calder::kBridgeLibraryFile, calder::TraceLibrary::kBridge};
   // Null when the vendor folder is refused: every call then answers the
   // bridge's "cannot be bound" result, as a missing library would.
   std::unique_ptr<Win32BridgeLibrary> vendor =
@@ -34,9 +29,11 @@ template <typename Call>
 int Plain(const char* name, Call call) {
   Recorder& r = Self();
   const uint64_t t = r.recording.EnterCall();
-  const int rc = r.vendor ? call(*r.vendor) : calder::kBridgeUnavailable;
-  r.recording.trace().Write(t, [&](TraceLine& line) { line.Text("fn", name).Int("rc", rc); });
-  return rc;
+  TraceLine line = calder::CallLine(name);
+  line.tUs = static_cast<int64_t>(t);
+  line.rc = r.vendor ? call(*r.vendor) : calder::kBridgeUnavailable;
+  r.recording.Write(line);
+  return *line.rc;
 }
 
 }  // namespace
@@ -58,27 +55,25 @@ __declspec(dllexport) int btl_open_device() {
 __declspec(dllexport) int btl_write_data(unsigned char* buffer, int length) {
   Recorder& r = Self();
   const uint64_t t = r.recording.EnterCall();
-  unsigned char before[kSnapshotBytes];
-  const bool snapshot = buffer != nullptr && length > 0 && length <= kSnapshotBytes;
-  if (snapshot) std::memcpy(before, buffer, static_cast<size_t>(length));
-  const int rc =
-      r.vendor ? r.vendor->btl_write_data(buffer, length) : calder::kBridgeUnavailable;
-  r.recording.trace().Write(t, [&](TraceLine& line) {
-    line.Text("fn", "btl_write_data").Hex("in", snapshot ? before : buffer, length);
-    line.Int("len", length).Int("rc", rc);
-  });
-  return rc;
+  TraceLine line = calder::CallLine("btl_write_data");
+  line.tUs = static_cast<int64_t>(t);
+  line.in = calder::BytesOf(buffer, length);
+  line.len = length;
+  line.rc = r.vendor ? r.vendor->btl_write_data(buffer, length) : calder::kBridgeUnavailable;
+  r.recording.Write(line);
+  return *line.rc;
 }
 
 __declspec(dllexport) int btl_read_data(unsigned char* buffer, int length) {
   Recorder& r = Self();
   const uint64_t t = r.recording.EnterCall();
-  const int rc =
-      r.vendor ? r.vendor->btl_read_data(buffer, length) : calder::kBridgeUnavailable;
-  r.recording.trace().Write(t, [&](TraceLine& line) {
-    line.Text("fn", "btl_read_data").Hex("out", buffer, length).Int("len", length).Int("rc", rc);
-  });
-  return rc;
+  TraceLine line = calder::CallLine("btl_read_data");
+  line.tUs = static_cast<int64_t>(t);
+  line.len = length;
+  line.rc = r.vendor ? r.vendor->btl_read_data(buffer, length) : calder::kBridgeUnavailable;
+  line.out = calder::BytesOf(buffer, length);
+  r.recording.Write(line);
+  return *line.rc;
 }
 
 __declspec(dllexport) int btl_close_device() {

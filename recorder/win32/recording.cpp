@@ -2,13 +2,12 @@
 
 #include <aclapi.h>
 
-#include <vector>
 
 #include "base/sha256.h"
 #include "driver/folder_trust.h"
 #include "platform/win32/folder_security.h"
 #include "platform/win32/win32_seams.h"
-#include "recorder/trace_place.h"
+#include "trace/trace_place.h"
 
 namespace calder::recorder {
 namespace {
@@ -122,36 +121,9 @@ int UtcOffsetMinutes() {
   return kind == TIME_ZONE_ID_INVALID ? 0 : -bias;
 }
 
-std::string HashOpenFile(HANDLE file) {
-  if (file == INVALID_HANDLE_VALUE) return std::string();
-  check::Sha256 hash;
-  std::vector<uint8_t> chunk(64 * 1024);
-  DWORD read = 0;
-  bool ok = true;
-  while ((ok = ReadFile(file, chunk.data(), static_cast<DWORD>(chunk.size()), &read, nullptr) != 0) &&
-         read > 0) {
-    hash.Update(chunk.data(), read);
-  }
-  CloseHandle(file);
-  if (!ok) return std::string();
-  const std::array<uint8_t, 32> digest = hash.Finish();
-  return check::HexOf(digest.data(), digest.size());
-}
-
 }  // namespace
 
-std::string FileSha256(const std::wstring& path) {
-  return HashOpenFile(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-}
-
-std::string FileSha256(const char* path) {
-  if (path == nullptr) return std::string();
-  return HashOpenFile(CreateFileA(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr));
-}
-
-Recording::Recording(const wchar_t* libraryFile, const char* library)
+Recording::Recording(const wchar_t* libraryFile, TraceLibrary library)
     : libraryFile_(libraryFile), library_(library), folder_(ModuleFolder()) {
   if (folder_.empty()) return;
   const std::wstring vendorFolder = folder_ + L"\\" + kVendorFolder;
@@ -188,7 +160,7 @@ void Recording::OpenTrace() {
   const LocalTime local = process.Now();
   const unsigned long pid = process.ProcessId();
   const std::string path =
-      std::string(kTraceFolder) + "\\" + TraceFileName(local, pid, library_.c_str());
+      std::string(kTraceFolder) + "\\" + TraceFileName(local, pid, LibraryName(library_));
   if (!CheckFileTarget(files, path).trusted) return;
   // A new file only: whatever stands at the name already, link or not, is
   // neither followed nor overwritten.
@@ -201,9 +173,13 @@ void Recording::OpenTrace() {
   GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
                      reinterpret_cast<LPCWSTR>(&ModuleFolder), &self);
   if (HANDLE thread = CreateThread(nullptr, 0, &FlushLoop, &sink_, 0, nullptr)) CloseHandle(thread);
-  const std::string vendorSha = vendorPath_.empty() ? std::string() : FileSha256(vendorPath_);
-  sink_.Append(TraceHeader(Narrow(libraryFile_).c_str(), vendorSha,
-                           IsoLocalTime(local, UtcOffsetMinutes()), pid, Narrow(folder_)));
+  Trace header;
+  header.library = library_;
+  header.vendorSha256 = check::FileSha256(Narrow(vendorPath_)).value_or("");
+  header.started = IsoLocalTime(local, UtcOffsetMinutes());
+  header.pid = static_cast<int64_t>(pid);
+  header.dir = Narrow(folder_);
+  sink_.Append(FormatTraceHeader(header));
 }
 
 uint64_t Recording::EnterCall() {
@@ -211,9 +187,19 @@ uint64_t Recording::EnterCall() {
     opened_ = true;
     OpenTrace();
   }
-  return trace_.Since(MicrosecondsNow(), true);
+  const uint64_t now = MicrosecondsNow();
+  std::lock_guard<std::mutex> hold(clockLock_);
+  if (!started_) {
+    started_ = true;
+    startUs_ = now;
+  }
+  return now - startUs_;
 }
 
-uint64_t Recording::Now() { return trace_.Since(MicrosecondsNow(), false); }
+uint64_t Recording::Now() {
+  const uint64_t now = MicrosecondsNow();
+  std::lock_guard<std::mutex> hold(clockLock_);
+  return started_ && now >= startUs_ ? now - startUs_ : 0;
+}
 
 }  // namespace calder::recorder

@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "recorder/trace_line.h"
+#include "trace/trace_writer.h"
 
 namespace calder::recorder {
 
@@ -16,8 +16,7 @@ namespace calder::recorder {
 // calls still go through, unrecorded.
 class Recording {
  public:
-  // libraryFile "btl_hid_transfer.dll", library "bridge" (the trace's name).
-  Recording(const wchar_t* libraryFile, const char* library);
+  Recording(const wchar_t* libraryFile, TraceLibrary library);
   ~Recording();
 
   // The vendor library's full path, or empty when its folder beside the
@@ -27,7 +26,8 @@ class Recording {
   uint64_t EnterCall();
   // t_us now, for a callback.
   uint64_t Now();
-  Trace& trace() { return trace_; }
+  // Numbers the line and writes it to the trace.
+  void Write(TraceLine& line) { writer_.Write(line); }
 
  private:
   class FileSink : public TraceSink {
@@ -40,16 +40,15 @@ class Recording {
   void OpenTrace();
 
   std::wstring libraryFile_;
-  std::string library_;
+  TraceLibrary library_;
   std::wstring folder_;  // the recorder's own, without a trailing backslash
   std::wstring vendorPath_;
   FileSink sink_;
-  Trace trace_{sink_};
+  TraceWriter writer_{sink_, library_};
   bool opened_ = false;
+  std::mutex clockLock_;
+  uint64_t startUs_ = 0;
+  bool started_ = false;
 };
-
-// SHA-256 of a file as lowercase hex, empty when it cannot be read.
-std::string FileSha256(const std::wstring& path);
-std::string FileSha256(const char* path);
 
 }  // namespace calder::recorder

@@ -3,17 +3,20 @@
 // callbacks the library makes each as a line of their own.
 #include <memory>
 
+#include "base/sha256.h"
+
 #include "platform/win32/upgrade_library_win32.h"
 #include "recorder/win32/recording.h"
+#include "touchpad/btl_upgrade_config.h"
 
 namespace {
 
 using calder::btl_upgrade_config;
 using calder::recorder::Recording;
-using calder::recorder::TraceLine;
+using calder::TraceLine;
 
 struct Recorder {
-  Recording recording{calder::kUpgradeLibraryFile, "upgrade"};
+  Recording recording{calder::kUpgradeLibraryFile, calder::TraceLibrary::kUpgrade};
   // Null when the vendor folder is refused: every call then answers "cannot
   // be bound" (126), as a missing library would.
   std::unique_ptr<calder::Win32UpgradeLibrary> vendor =
@@ -33,47 +36,53 @@ Recorder& Self() {
   return recorder;
 }
 
-void RecordProgress(int32_t value, const char* text) {
+void RecordCallback(const char* cb, int32_t value, const char* text) {
   Recorder& r = Self();
-  r.recording.trace().Write(r.recording.Now(), [&](TraceLine& line) {
-    line.Text("cb", "progress").Int("value", value).Text("text", text);
-  });
-  if (r.progress != nullptr) r.progress(value, text);
+  TraceLine line;
+  line.tUs = static_cast<int64_t>(r.recording.Now());
+  line.cb = cb;
+  line.value = value;
+  line.text = calder::TextOf(text);
+  r.recording.Write(line);
+}
+
+void RecordProgress(int32_t value, const char* text) {
+  RecordCallback("progress", value, text);
+  if (Self().progress != nullptr) Self().progress(value, text);
 }
 
 void RecordLog(int32_t level, const char* text) {
-  Recorder& r = Self();
-  r.recording.trace().Write(r.recording.Now(), [&](TraceLine& line) {
-    line.Text("cb", "log").Int("level", level).Text("text", text);
-  });
-  if (r.log != nullptr) r.log(level, text);
+  RecordCallback("log", level, text);
+  if (Self().log != nullptr) Self().log(level, text);
 }
 
-// The call forwarded (or answered 126 unbound), then its line with what fill adds.
-template <typename Call, typename Fill>
-int32_t Recorded(const char* name, Call call, Fill fill) {
+// The call forwarded (or answered 126 unbound) and its line, which `line`
+// starts with what the call hands the library; `after` adds what it got back.
+template <typename Call, typename After>
+int32_t Recorded(TraceLine line, Call call, After after) {
   Recorder& r = Self();
-  const uint64_t t = r.recording.EnterCall();
-  const int32_t rc = r.vendor ? call(*r.vendor) : calder::kUpgradeLibraryNotFound;
-  r.recording.trace().Write(t, [&](TraceLine& line) {
-    line.Text("fn", name);
-    fill(line);
-    line.Int("rc", rc);
-  });
-  return rc;
+  line.tUs = static_cast<int64_t>(r.recording.EnterCall());
+  line.rc = r.vendor ? call(*r.vendor) : calder::kUpgradeLibraryNotFound;
+  after(line);
+  r.recording.Write(line);
+  return *line.rc;
+}
+
+TraceLine FileCall(const char* name, const char* path) {
+  TraceLine line = calder::CallLine(name);
+  line.path = calder::TextOf(path);
+  line.sha256 = path != nullptr ? calder::check::FileSha256(path) : std::nullopt;
+  return line;
 }
 
 template <typename Value>
 int32_t Query(const char* name, Value* value,
               int32_t (calder::Win32UpgradeLibrary::*query)(Value*)) {
-  const bool readable = value != nullptr;
-  const Value before = readable ? *value : Value{};
+  TraceLine line = calder::CallLine(name);
+  line.in = calder::BytesOf(value, sizeof(Value));
   return Recorded(
-      name, [&](calder::Win32UpgradeLibrary& v) { return (v.*query)(value); },
-      [&](TraceLine& line) {
-        line.Hex("in", readable ? &before : nullptr, sizeof(Value));
-        line.Hex("out", value, sizeof(Value));
-      });
+      std::move(line), [&](calder::Win32UpgradeLibrary& v) { return (v.*query)(value); },
+      [&](TraceLine& done) { done.out = calder::BytesOf(value, sizeof(Value)); });
 }
 
 }  // namespace
@@ -95,18 +104,17 @@ RECORDER_EXPORT int32_t btl_upgrade_init(btl_upgrade_config* config) {
     r.config.log = config->log != nullptr ? &RecordLog : nullptr;
     passed = &r.config;
   }
+  TraceLine line = calder::CallLine("btl_upgrade_init");
+  line.config = calder::RecordedConfig(config);
   return Recorded(
-      "btl_upgrade_init", [&](calder::Win32UpgradeLibrary& v) { return v.Init(passed); },
-      [&](TraceLine& line) { line.Config("config", config); });
+      std::move(line), [&](calder::Win32UpgradeLibrary& v) { return v.Init(passed); },
+      [](TraceLine&) {});
 }
 
 RECORDER_EXPORT int32_t btl_upgrade_from_file(const char* path) {
-  const std::string sha = calder::recorder::FileSha256(path);
   return Recorded(
-      "btl_upgrade_from_file", [&](calder::Win32UpgradeLibrary& v) { return v.UpgradeFromFile(path); },
-      [&](TraceLine& line) {
-        line.Text("path", path).Text("sha256", sha.empty() ? nullptr : sha.c_str());
-      });
+      FileCall("btl_upgrade_from_file", path),
+      [&](calder::Win32UpgradeLibrary& v) { return v.UpgradeFromFile(path); }, [](TraceLine&) {});
 }
 
 RECORDER_EXPORT int32_t btl_get_checksum(uint32_t* checksum) {
@@ -122,21 +130,18 @@ RECORDER_EXPORT int32_t btl_get_chip_id(uint8_t* chipId) {
 }
 
 RECORDER_EXPORT int32_t btl_check_need_upgrade(const char* path, uint32_t* needUpgrade) {
-  const std::string sha = calder::recorder::FileSha256(path);
-  const bool readable = needUpgrade != nullptr;
-  const uint32_t before = readable ? *needUpgrade : 0;
+  TraceLine line = FileCall("btl_check_need_upgrade", path);
+  line.in = calder::BytesOf(needUpgrade, 4);
   return Recorded(
-      "btl_check_need_upgrade",
+      std::move(line),
       [&](calder::Win32UpgradeLibrary& v) { return v.CheckNeedUpgrade(path, needUpgrade); },
-      [&](TraceLine& line) {
-        line.Text("path", path).Text("sha256", sha.empty() ? nullptr : sha.c_str());
-        line.Hex("in", readable ? &before : nullptr, 4).Hex("out", needUpgrade, 4);
-      });
+      [&](TraceLine& done) { done.out = calder::BytesOf(needUpgrade, 4); });
 }
 
 RECORDER_EXPORT void btl_upgrade_deinit() {
   Recorder& r = Self();
-  const uint64_t t = r.recording.EnterCall();
+  TraceLine line = calder::CallLine("btl_upgrade_deinit");
+  line.tUs = static_cast<int64_t>(r.recording.EnterCall());
   if (r.vendor) r.vendor->Deinit();
-  r.recording.trace().Write(t, [](TraceLine& line) { line.Text("fn", "btl_upgrade_deinit"); });
+  r.recording.Write(line);
 }

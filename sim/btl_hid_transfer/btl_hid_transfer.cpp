@@ -111,7 +111,7 @@ class StandIn {
     if (ReadFile(folder + "\\force_sensor_scenario.txt", &text)) {
       const std::string trace = TakeTraceSetting(&text);
       if (!trace.empty()) {
-        emulation_ = std::make_unique<TraceEmulation>(calder::replay::TraceLibrary::kBridge, trace,
+        emulation_ = std::make_unique<TraceEmulation>(calder::TraceLibrary::kBridge, trace,
                                                       ProgramFolder());
       }
       std::string bad;

@@ -73,7 +73,7 @@ TraceEmulation* Emulation() {
   static const std::unique_ptr<TraceEmulation> emulation = []() -> std::unique_ptr<TraceEmulation> {
     const char* trace = std::getenv("BTL_SIM_TRACE");
     if (trace == nullptr || trace[0] == '\0') return nullptr;
-    return std::make_unique<TraceEmulation>(calder::replay::TraceLibrary::kUpgrade, trace, ProgramFolder());
+    return std::make_unique<TraceEmulation>(calder::TraceLibrary::kUpgrade, trace, ProgramFolder());
   }();
   live = emulation.get();
   return live;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "hid/hid_reports.h"
+#include "platform/hid_host.h"
 
 namespace calder::replay {
 
@@ -67,8 +68,8 @@ std::string HidTraceDecoder::Device(const TraceLine& line) const {
 }
 
 std::string HidTraceDecoder::Decode(const TraceLine& line) {
-  if (line.fn == "hid_interfaces") return "interfaces: " + std::to_string(line.paths.size());
-  if (line.fn == "hid_attributes") {
+  if (line.fn == kHidCalls[kHidInterfaces]) return "interfaces: " + std::to_string(line.paths.size());
+  if (line.fn == kHidCalls[kHidAttributes]) {
     if (line.rc.value_or(0) == 0 || !line.out || line.out->size() != 4) {
       return "attributes " + line.path.value_or("") + " -> failed";
     }
@@ -77,7 +78,7 @@ std::string HidTraceDecoder::Decode(const TraceLine& line) {
     std::snprintf(ids, sizeof ids, "%04x:%04x", o[0] | o[1] << 8, o[2] | o[3] << 8);
     return "attributes " + line.path.value_or("") + " -> " + ids;
   }
-  if (line.fn == "hid_open") {
+  if (line.fn == kHidCalls[kHidOpen]) {
     const std::string path = line.path.value_or("");
     const int64_t dev = line.dev.value_or(0);
     if (dev == 0) return "open " + path + " -> failed";
@@ -87,9 +88,9 @@ std::string HidTraceDecoder::Decode(const TraceLine& line) {
     }
     return "open " + path + " -> " + Device(line);
   }
-  if (line.fn == "hid_close") return "close " + Device(line) + Ok(line.rc);
-  if (line.fn == "hid_set_output_report") return DecodeOutput(line);
-  if (line.fn == "hid_get_input_report") return DecodeInput(line);
+  if (line.fn == kHidCalls[kHidClose]) return "close " + Device(line) + Ok(line.rc);
+  if (line.fn == kHidCalls[kHidSetOutputReport]) return DecodeOutput(line);
+  if (line.fn == kHidCalls[kHidGetInputReport]) return DecodeInput(line);
   return line.fn;
 }
 

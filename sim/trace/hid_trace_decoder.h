@@ -4,7 +4,7 @@
 #include <map>
 #include <string>
 
-#include "sim/trace/trace.h"
+#include "trace/trace.h"
 
 namespace calder::replay {
 

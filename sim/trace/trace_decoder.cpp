@@ -76,6 +76,7 @@ std::string DecodeUpgrade(const TraceLine& line) {
 }  // namespace
 
 std::string TraceDecoder::Decode(const TraceLine& line) {
+  if (line.refused) return "the recorder refused " + *line.refused + ": " + line.why;
   if (library_ == TraceLibrary::kUpgrade) return DecodeUpgrade(line);
   if (library_ == TraceLibrary::kHid) return hid_.Decode(line);
   if (line.fn == kBridgeLibraryEntryPoints[kWriteData]) return DecodeWrite(line);

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "sim/trace/hid_trace_decoder.h"
-#include "sim/trace/trace.h"
+#include "trace/trace.h"
 
 namespace calder::replay {
 

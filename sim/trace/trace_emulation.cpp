@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "trace/trace_reader.h"
+
 namespace calder::replay {
 
 TraceEmulation::TraceEmulation(TraceLibrary library, const std::string& tracePath,
@@ -10,6 +12,10 @@ TraceEmulation::TraceEmulation(TraceLibrary library, const std::string& tracePat
   read_ = ReadTraceFile(tracePath, &trace_, &error);
   if (read_ && trace_.library != library) {
     error = tracePath + " is a trace of " + LibraryFile(trace_.library) + ", not of " + LibraryFile(library);
+    read_ = false;
+  } else if (read_ && trace_.Refusal() != nullptr) {
+    error = tracePath + " holds no call: the recorder refused " + *trace_.Refusal()->refused + ": " +
+            trace_.Refusal()->why;
     read_ = false;
   }
   if (!read_) {

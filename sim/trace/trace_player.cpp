@@ -25,15 +25,26 @@ bool SameIgnoringCase(const std::string& a, const std::string& b) {
   return true;
 }
 
-// Why a call is not the recorded one; empty when it is.
-std::string Mismatch(const TraceLine& expected, const TraceLine& actual) {
+bool SamePath(const std::optional<std::string>& a, const std::optional<std::string>& b) {
+  return a.has_value() == b.has_value() && (!a || SameIgnoringCase(*a, *b));
+}
+
+// Why a call is not the recorded one; empty when it is. What the call hands
+// the library is compared; what the library hands back is the trace's.
+std::string Mismatch(const TraceLine& expected, const TraceLine& actual, TraceLibrary library) {
   if (expected.fn != actual.fn) return "another entry point";
-  if (actual.dev && expected.dev != actual.dev) return "another device";
-  if (actual.in && expected.in != actual.in) return "other bytes";
-  if (actual.len && expected.len != actual.len) return "another length";
-  if (actual.path && !SameIgnoringCase(*expected.path, *actual.path)) return "another file";
-  if (actual.path && expected.sha256 != actual.sha256) return "another file content";
-  if (actual.config && !(*expected.config == *actual.config)) return "another configuration";
+  const TraceEntry* entry = FindTraceEntry(actual.fn, library);
+  const unsigned fields = entry != nullptr ? entry->fields : 0;
+  // An open's dev is what it returned, not what it was handed.
+  if ((fields & kFieldDev) != 0 && actual.dev && expected.dev != actual.dev) return "another device";
+  if ((fields & kFieldReportId) != 0 && expected.reportId != actual.reportId) return "another report";
+  if ((fields & kFieldIn) != 0 && expected.in != actual.in) return "other bytes";
+  if ((fields & kFieldLen) != 0 && expected.len != actual.len) return "another length";
+  if ((fields & (kFieldPath | kFieldDevicePath)) != 0 && !SamePath(expected.path, actual.path)) {
+    return (fields & kFieldPath) != 0 ? "another file" : "another device path";
+  }
+  if ((fields & kFieldPath) != 0 && expected.sha256 != actual.sha256) return "another file content";
+  if ((fields & kFieldConfig) != 0 && expected.config != actual.config) return "another configuration";
   return "";
 }
 
@@ -80,7 +91,7 @@ const TraceLine* TracePlayer::Next(TraceLine actual, std::vector<const TraceLine
   }
   TraceLine expected = trace_.lines[at];
   if (expected.path) expected.path = PathUnder(*expected.path, trace_.dir);
-  const std::string why = Mismatch(expected, actual);
+  const std::string why = Mismatch(expected, actual, trace_.library);
   if (!why.empty()) {
     Diverge(expected.seq, Decode(expected, false) + "  [" + why + "]", actual);
     return nullptr;

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "platform/clock.h"
-#include "sim/trace/trace.h"
+#include "trace/trace.h"
 #include "sim/trace/trace_decoder.h"
 
 namespace calder::replay {

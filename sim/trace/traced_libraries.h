@@ -62,12 +62,13 @@ class TracedUpgrade : public UpgradeLibrary {
 
 // The machine's HID host answered from a trace: the interfaces, attributes
 // and input reports as recorded, each open's handle the number it was
-// recorded with. Each call moves the clock on by the time the device took
-// in it, so the program's time-outs run out where they did.
+// recorded with. Each call moves the virtual clock on by the time the
+// device took in it, so the program's time-outs run out where they did.
 class TracedHid : public HidHost {
  public:
-  TracedHid(const Trace& trace, const std::string& programDir, Clock& clock, ReplayState& state)
-      : player(trace, programDir, clock, state) {}
+  TracedHid(const Trace& trace, const std::string& programDir, VirtualClock& clock,
+            ReplayState& state)
+      : player(trace, programDir, clock, state), clock_(clock) {}
 
   std::vector<std::u16string> InterfacePaths() override;
   bool ProbeAttributes(const std::u16string& path, HidAttributes* attributes) override;
@@ -80,13 +81,8 @@ class TracedHid : public HidHost {
 
  private:
   const TraceLine* Play(TraceLine actual);
+  VirtualClock& clock_;
+  uint64_t inCallUs_ = 0;
 };
-
-// The program's file as a trace records it: its SHA-256, none when unreadable.
-std::optional<std::string> FileSha256(const std::string& path);
-
-// A call as the run makes it, for the player to match.
-TraceLine CallLine(const char* fn);
-TraceConfig ConfigLine(const btl_upgrade_config* config);
 
 }  // namespace calder::replay

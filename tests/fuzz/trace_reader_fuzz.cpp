@@ -6,8 +6,9 @@
 #include <cstdint>
 #include <string>
 
-#include "sim/trace/trace.h"
 #include "sim/trace/trace_decoder.h"
+#include "trace/trace_reader.h"
+#include "trace/trace_writer.h"
 #include "tests/fuzz/fuzz_input.h"
 
 namespace {
@@ -18,17 +19,17 @@ void Check(bool ok, const char* what) { calder::fuzz::Check(ok, "trace_reader_fu
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
-  calder::replay::Trace trace;
+  calder::Trace trace;
   std::string error;
-  if (!calder::replay::ParseTrace(text, "fuzz", &trace, &error)) {
+  if (!calder::ParseTrace(text, "fuzz", &trace, &error)) {
     Check(!error.empty(), "a refused trace gives its reason");
     return 0;
   }
   calder::replay::TraceDecoder decoder(trace.library);
   for (const auto& line : trace.lines) calder::replay::DecodedRow(line, decoder.Decode(line));
-  const std::string written = calder::replay::FormatTrace(trace);
-  calder::replay::Trace again;
-  Check(calder::replay::ParseTrace(written, "fuzz", &again, &error), "a written trace reads back");
-  Check(calder::replay::FormatTrace(again) == written, "a written trace reads back the same");
+  const std::string written = calder::FormatTrace(trace);
+  calder::Trace again;
+  Check(calder::ParseTrace(written, "fuzz", &again, &error), "a written trace reads back");
+  Check(calder::FormatTrace(again) == written, "a written trace reads back the same");
   return 0;
 }

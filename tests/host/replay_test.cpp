@@ -9,10 +9,11 @@
 
 #include "force/boot_loader_packets.h"
 #include "replay/replay_run.h"
-#include "sim/trace/trace.h"
 #include "sim/trace/trace_decoder.h"
 #include "sim/trace/traced_libraries.h"
 #include "tests/support/force_rig.h"
+#include "trace/trace_reader.h"
+#include "trace/trace_writer.h"
 
 namespace calder::replay {
 namespace {
@@ -228,6 +229,8 @@ TEST(TraceReaderTest, DamagedTracesAreRefusedWithTheLineAndACutLastLineIsDropped
       {header + "\n" + R"({"seq":1,"t_us":0,"fn":"btl_write_data","in":"ff","len":2,"rc":0})" "\n", "length"},
       {header + "\n" + R"({"seq":1,"t_us":0,"fn":"btl_open_device"})" "\n", "\"rc\""},
       {header + "\n" + R"({"seq":1,"t_us":0,"fn":"btl_upgrade_init","rc":0})" "\n", "no entry point"},
+      {header + "\n" + R"({"seq":2,"t_us":0,"fn":"btl_open_device","rc":0})" "\n", "line 2: seq 2 where 1 belongs"},
+      {header + "\n" + open + "\n" + open + "\n", "line 3: seq 1 where 2 belongs"},
       {header + "\n" + open + "\n{\"seq\":2,\"t_us\":5,\"fn\":\"btl_clo", ""},
   };
   for (const auto& c : kCases) {
@@ -282,38 +285,34 @@ TEST(HidReplayTest, VersionRunsAndTheReadBackRescueReplayFromWhatTheLaptopSaid) 
 }
 
 TEST(HidTraceDecoderTest, NamesTheVersionAndCalibrationQueries) {
-  const auto call = [](const char* fn, int64_t dev, const std::vector<uint8_t>& in,
-                       const std::vector<uint8_t>& out = {}) {
-    TraceLine line = CallLine(fn);
-    line.dev = dev;
-    line.in = in;
-    line.out = out;
+  const auto output = [](const char* bytes) {
+    TraceLine line = CallLine("hid_set_output_report");
+    line.dev = 2;
+    line.in = Hex(bytes);
     line.rc = 1;
     return line;
   };
-  const auto answer = [](std::initializer_list<std::pair<size_t, uint8_t>> bytes) {
-    std::vector<uint8_t> out(33, 0);
-    for (const auto& [at, value] : bytes) out[at] = value;
-    return out;
+  const auto input = [](std::initializer_list<std::pair<size_t, uint8_t>> bytes) {
+    TraceLine line = CallLine("hid_get_input_report");
+    line.dev = 2;
+    line.out = std::vector<uint8_t>(33, 0);
+    for (const auto& [at, value] : bytes) (*line.out)[at] = value;
+    line.rc = 1;
+    return line;
   };
   TraceLine open = CallLine("hid_open");
   open.path = "hid#vid_347d&pid_7853&col05#1";
   open.dev = 2;
-  const std::vector<uint8_t> calibration = answer({{4, 1}, {6, 0xFF}, {7, 0xFF}, {20, 1}});
   const std::pair<TraceLine, std::string> kLines[] = {
       {open, "open hid#vid_347d&pid_7853&col05#1 -> dev 2 col05"},
-      {call("hid_set_output_report", 2, Hex("0D 07 16 00 00 01 00 04 10")),
-       "output dev 2 col05: force version request -> ok"},
-      {call("hid_get_input_report", 2, {0x0D}, answer({{1, 6}, {4, 1}, {5, 0}, {6, 2}, {7, 3}})),
-       "input dev 2 col05: force version 1.0.2.3"},
-      {call("hid_set_output_report", 2, Hex("0D 09 FE 00 00 03 00 00 02 12 EE")),
-       "output dev 2 col05: calibration begin (command 12) -> ok"},
-      {call("hid_set_output_report", 2, Hex("0D 07 02 00 00 01 00 02 02")), "output dev 2 col05: status request -> ok"},
-      {call("hid_get_input_report", 2, {0x0D}, answer({{5, 1}})), "input dev 2 col05: status busy"},
-      {call("hid_set_output_report", 2, Hex("0D 07 AC 01 00 01 00 15 BE")),
-       "output dev 2 col05: calibration data request -> ok"},
-      {call("hid_get_input_report", 2, {0x0D}, calibration), "input dev 2 col05: calibration data 1 -1 0 0 0 0 0"},
-      {call("hid_get_input_report", 2, {0x0D}, answer({{20, 0}})), "input dev 2 col05: calibration data not ready"},
+      {output("0D 07 16 00 00 01 00 04 10"), "output dev 2 col05: force version request -> ok"},
+      {input({{1, 6}, {4, 1}, {5, 0}, {6, 2}, {7, 3}}), "input dev 2 col05: force version 1.0.2.3"},
+      {output("0D 09 FE 00 00 03 00 00 02 12 EE"), "output dev 2 col05: calibration begin (command 12) -> ok"},
+      {output("0D 07 02 00 00 01 00 02 02"), "output dev 2 col05: status request -> ok"},
+      {input({{5, 1}}), "input dev 2 col05: status busy"},
+      {output("0D 07 AC 01 00 01 00 15 BE"), "output dev 2 col05: calibration data request -> ok"},
+      {input({{4, 1}, {6, 0xFF}, {7, 0xFF}, {20, 1}}), "input dev 2 col05: calibration data 1 -1 0 0 0 0 0"},
+      {input({{20, 0}}), "input dev 2 col05: calibration data not ready"},
   };
   TraceDecoder decoder(TraceLibrary::kHid);
   for (const auto& [line, decoded] : kLines) EXPECT_EQ(decoder.Decode(line), decoded);

@@ -1,9 +1,9 @@
-#include "recorder/trace_place.h"
+#include "trace/trace_place.h"
 
-namespace calder::recorder {
+namespace calder {
 
 const char kTraceFolder[] = "C:\\ProgramData\\KORU\\KoruDeviceService\\log";
 const char kTraceTrustRoot[] = "C:\\ProgramData\\KORU";
 const wchar_t kVendorFolder[] = L"vendor";
 
-}  // namespace calder::recorder
+}  // namespace calder

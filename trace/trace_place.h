@@ -1,6 +1,6 @@
 #pragma once
 
-namespace calder::recorder {
+namespace calder {
 
 // Traces lie beside calder.exe's run logs, under the same trust root: every
 // folder from the root down is checked before the recorder writes there.
@@ -10,4 +10,4 @@ extern const char kTraceTrustRoot[];
 // The vendor's own library sits in this folder beside the recorder.
 extern const wchar_t kVendorFolder[];
 
-}  // namespace calder::recorder
+}  // namespace calder
