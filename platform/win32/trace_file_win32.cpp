@@ -16,6 +16,12 @@ Win32TraceFile* Win32TraceFile::CreateNew(const std::string& path) {
   HANDLE file = CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
                             FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
   if (file == INVALID_HANDLE_VALUE) return nullptr;
+  FILE_ATTRIBUTE_TAG_INFO tag = {};
+  if (!GetFileInformationByHandleEx(file, FileAttributeTagInfo, &tag, sizeof tag) ||
+      (tag.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+    CloseHandle(file);
+    return nullptr;
+  }
   auto* trace = new Win32TraceFile(file);
   if (HANDLE thread = CreateThread(nullptr, 0, &FlushLoop, trace, 0, nullptr)) {
     CloseHandle(thread);
