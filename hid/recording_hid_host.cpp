@@ -6,7 +6,7 @@
 
 namespace calder {
 
-RecordingHidHost::RecordingHidHost(HidHost& inner, std::function<uint64_t()> nowUs,
+RecordingHidHost::RecordingHidHost(HidHost& inner, std::function<int64_t()> nowUs,
                                    std::string programDir, std::function<TraceSink*()> openTrace)
     : inner_(inner),
       nowUs_(std::move(nowUs)),
@@ -19,12 +19,12 @@ TraceLine RecordingHidHost::Enter(HidCall call) {
     if (TraceSink* sink = openTrace_()) writer_ = std::make_unique<TraceWriter>(*sink, TraceLibrary::kHid);
   }
   TraceLine line = CallLine(kHidCalls[call]);
-  line.tUs = static_cast<int64_t>(nowUs_());
+  line.tUs = nowUs_();
   return line;
 }
 
 void RecordingHidHost::Done(TraceLine& line) {
-  line.retUs = static_cast<int64_t>(nowUs_());
+  line.retUs = nowUs_();
   if (writer_ != nullptr) writer_->Write(line);
 }
 

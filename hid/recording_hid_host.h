@@ -21,7 +21,7 @@ namespace calder {
 class RecordingHidHost : public HidHost {
  public:
   // openTrace gives the trace's sink, its header written, or null.
-  RecordingHidHost(HidHost& inner, std::function<uint64_t()> nowUs, std::string programDir,
+  RecordingHidHost(HidHost& inner, std::function<int64_t()> nowUs, std::string programDir,
                    std::function<TraceSink*()> openTrace);
 
   std::vector<std::u16string> InterfacePaths() override;
@@ -39,7 +39,7 @@ class RecordingHidHost : public HidHost {
   std::string Shown(const std::u16string& path) const;
 
   HidHost& inner_;
-  std::function<uint64_t()> nowUs_;
+  std::function<int64_t()> nowUs_;
   std::string programDir_;
   std::function<TraceSink*()> openTrace_;
   bool opened_ = false;

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
@@ -19,7 +20,8 @@ using OrderedJson = nlohmann::ordered_json;
 constexpr char kUsage[] =
     "usage: calder-replay [--decode] [--json] --package DIR TRACE...\n"
     "  replays calder.exe --update against recorded library traces (NDJSON);\n"
-    "  --decode prints the traces as the protocol reads instead (no --package needed)\n"
+    "  --decode prints the traces as the protocol reads instead, several merged in the\n"
+    "  order the laptop saw them (no --package needed)\n"
     "exit codes: 0 every recorded call made, 4 divergence, 5 trace ends before the run,\n"
     "  3 the recorder refused to load the vendor library (nothing recorded),\n"
     "  2 bad arguments, an unreadable trace or two traces of one library\n";
@@ -68,26 +70,43 @@ std::string Ms(double ms) {
   return text;
 }
 
+struct DecodedLine {
+  const Trace* trace;
+  const TraceLine* line;
+  std::string text;
+};
+
+// Every trace decoded in its own order, then all lines in the laptop's: by
+// the moment each stands for, on the clock the traces of a run share.
 ReplayCommandOutcome Decode(const std::vector<Trace>& traces, bool json) {
   ReplayCommandOutcome outcome;
   outcome.exitCode = 0;
-  OrderedJson all = OrderedJson::array();
+  std::vector<DecodedLine> rows;
+  OrderedJson files = OrderedJson::array();
   for (const Trace& trace : traces) {
     TraceDecoder decoder(trace.library);
-    OrderedJson rows = OrderedJson::array();
     if (!json) outcome.out += trace.name + ": " + LibraryFile(trace.library) + "\n";
+    files.push_back({{"trace", trace.name}, {"library", LibraryFile(trace.library)}});
     for (const std::string& note : trace.notes) outcome.err += "note: " + note + "\n";
-    for (const TraceLine& line : trace.lines) {
-      const std::string text = decoder.Decode(line);
-      if (json) {
-        rows.push_back({{"seq", line.seq}, {"ms", line.tUs / 1000.0}, {"text", text}});
-      } else {
-        outcome.out += DecodedRow(line, text) + "\n";
-      }
-    }
-    if (json) all.push_back({{"trace", trace.name}, {"library", LibraryFile(trace.library)}, {"lines", rows}});
+    for (const TraceLine& line : trace.lines) rows.push_back({&trace, &line, decoder.Decode(line)});
   }
-  if (json) outcome.out = all.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+  std::stable_sort(rows.begin(), rows.end(),
+                   [](const DecodedLine& a, const DecodedLine& b) { return a.line->tUs < b.line->tUs; });
+  OrderedJson lines = OrderedJson::array();
+  for (const DecodedLine& row : rows) {
+    if (json) {
+      lines.push_back({{"trace", row.trace->name}, {"seq", row.line->seq}, {"t_us", row.line->tUs},
+                       {"ret_us", row.line->retUs ? OrderedJson(*row.line->retUs) : OrderedJson(nullptr)},
+                       {"text", row.text}});
+    } else {
+      const std::string library = traces.size() > 1 ? std::string(LibraryName(row.trace->library)) + "  " : "";
+      outcome.out += DecodedRow(*row.line, library + row.text) + "\n";
+    }
+  }
+  if (json) {
+    const OrderedJson all = {{"traces", files}, {"lines", lines}};
+    outcome.out = all.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+  }
   return outcome;
 }
 
@@ -118,8 +137,8 @@ ReplayCommandOutcome Report(const std::vector<Trace>& traces, const ReplayOutcom
     }
     j["pacing"] = OrderedJson::array();
     for (const PacingWarning& p : r.state.pacing) {
-      j["pacing"].push_back({{"trace", p.trace}, {"call", p.call}, {"recorded_gap_ms", p.recordedGapMs},
-                             {"replayed_gap_ms", p.replayedGapMs}, {"decoded", p.decoded}});
+      j["pacing"].push_back({{"trace", p.trace}, {"call", p.call}, {"recorded_pause_ms", p.recordedPauseMs},
+                             {"replayed_pause_ms", p.replayedPauseMs}, {"decoded", p.decoded}});
     }
     j["notes"] = notes;
     outcome.out = j.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
@@ -131,8 +150,8 @@ ReplayCommandOutcome Report(const std::vector<Trace>& traces, const ReplayOutcom
     out += t.trace + ": " + std::to_string(t.matched) + " of " + std::to_string(t.calls) + " calls matched\n";
   }
   for (const PacingWarning& p : r.state.pacing) {
-    out += "pacing warning at call " + std::to_string(p.call) + " (" + p.decoded + "): recorded gap " +
-           Ms(p.recordedGapMs) + " ms, replayed " + Ms(p.replayedGapMs) + " ms\n";
+    out += "pacing warning at call " + std::to_string(p.call) + " (" + p.decoded + "): recorded pause " +
+           Ms(p.recordedPauseMs) + " ms, replayed " + Ms(p.replayedPauseMs) + " ms\n";
   }
   if (r.state.divergence) {
     const Divergence& d = *r.state.divergence;

@@ -72,8 +72,7 @@ RecordedRun RecordUpdate(const std::filesystem::path& packageDir,
   Arrange(laptop, package);
   if (arrange) arrange(laptop);
   // A library the arrangement left out stays out, unrecorded.
-  RecordingBridge bridge(laptop.bridge != nullptr ? *laptop.bridge : laptop.sensor, laptop.clock,
-                         package.machine().moduleDir());
+  RecordingBridge bridge(laptop.bridge != nullptr ? *laptop.bridge : laptop.sensor, laptop.clock);
   RecordingUpgrade upgrade(laptop.upgrade != nullptr ? *laptop.upgrade : laptop.touchpad,
                            laptop.clock, package.machine().moduleDir());
   if (laptop.bridge != nullptr) laptop.bridge = &bridge;
@@ -81,10 +80,9 @@ RecordedRun RecordUpdate(const std::filesystem::path& packageDir,
   // calder.exe's own recorder, writing the text its trace file gets.
   TraceText hidText;
   const std::string dir = package.machine().moduleDir();
-  RecordingHidHost hid(*laptop.hid, [&laptop] { return laptop.clock.NowMs() * 1000; }, dir, [&] {
+  RecordingHidHost hid(*laptop.hid, [&laptop] { return static_cast<int64_t>(laptop.clock.NowMs()) * 1000; }, dir, [&] {
     Trace header;
     header.library = TraceLibrary::kHid;
-    header.dir = dir;
     header.run = run;
     hidText.Append(FormatTraceHeader(header));
     return &hidText;

@@ -14,16 +14,14 @@ int64_t NextSeq(const Trace& trace) { return static_cast<int64_t>(trace.lines.si
 
 }  // namespace
 
-RecordingBridge::RecordingBridge(BridgeLibrary& inner, Clock& clock, const std::string& programDir)
-    : inner_(inner), clock_(clock) {
+RecordingBridge::RecordingBridge(BridgeLibrary& inner, Clock& clock) : inner_(inner), clock_(clock) {
   trace.library = TraceLibrary::kBridge;
-  trace.dir = programDir;
 }
 
 int RecordingBridge::Done(TraceLine line, uint64_t enteredMs, int rc) {
-  if (!firstMs_) firstMs_ = enteredMs;
   line.seq = NextSeq(trace);
-  line.tUs = static_cast<int64_t>(enteredMs - *firstMs_) * 1000;
+  line.tUs = static_cast<int64_t>(enteredMs) * 1000;
+  line.retUs = static_cast<int64_t>(clock_.NowMs()) * 1000;
   line.rc = rc;
   trace.lines.push_back(std::move(line));
   return rc;
@@ -66,10 +64,9 @@ int RecordingBridge::btl_uninstall_driver() {
   return Done(CallLine(kBridgeLibraryEntryPoints[kUninstallDriver]), at, inner_.btl_uninstall_driver());
 }
 
-RecordingUpgrade::RecordingUpgrade(UpgradeLibrary& inner, Clock& clock, const std::string& programDir)
-    : inner_(inner), clock_(clock) {
+RecordingUpgrade::RecordingUpgrade(UpgradeLibrary& inner, Clock& clock, std::string programDir)
+    : inner_(inner), clock_(clock), programDir_(std::move(programDir)) {
   trace.library = TraceLibrary::kUpgrade;
-  trace.dir = programDir;
   g_recording = this;
 }
 
@@ -96,14 +93,13 @@ void RecordingUpgrade::Callback(const char* cb, int32_t value, const char* text)
 }
 
 uint64_t RecordingUpgrade::Entered() {
-  const uint64_t at = clock_.NowMs();
-  if (!firstMs_) firstMs_ = at;
-  return at;
+  return clock_.NowMs();
 }
 
 void RecordingUpgrade::Done(TraceLine line, uint64_t enteredMs) {
   line.seq = NextSeq(trace);
-  line.tUs = static_cast<int64_t>(enteredMs - *firstMs_) * 1000;
+  line.tUs = static_cast<int64_t>(enteredMs) * 1000;
+  if (line.isCall()) line.retUs = static_cast<int64_t>(clock_.NowMs()) * 1000;
   trace.lines.push_back(std::move(line));
 }
 
@@ -130,8 +126,8 @@ int32_t RecordingUpgrade::Init(btl_upgrade_config* config) {
 int32_t RecordingUpgrade::UpgradeFromFile(const char* path) {
   const uint64_t at = Entered();
   TraceLine line = CallLine(kUpgradeLibraryEntryPoints[kUpgradeFromFile]);
-  line.path = TextOf(path);
   line.sha256 = path != nullptr ? check::FileSha256(path) : std::nullopt;
+  if (path != nullptr) line.path = PathUnder(path, programDir_);
   const int32_t rc = inner_.UpgradeFromFile(path);
   line.rc = rc;
   Done(std::move(line), at);
@@ -168,8 +164,8 @@ int32_t RecordingUpgrade::GetChipId(uint8_t* chipId) {
 int32_t RecordingUpgrade::CheckNeedUpgrade(const char* path, uint32_t* needUpgrade) {
   const uint64_t at = Entered();
   TraceLine line = CallLine(kUpgradeLibraryEntryPoints[kCheckNeedUpgrade]);
-  line.path = TextOf(path);
   line.sha256 = path != nullptr ? check::FileSha256(path) : std::nullopt;
+  if (path != nullptr) line.path = PathUnder(path, programDir_);
   line.in = BytesOf(needUpgrade, 4);
   const int32_t rc = inner_.CheckNeedUpgrade(path, needUpgrade);
   line.out = BytesOf(needUpgrade, 4);

@@ -13,10 +13,11 @@ namespace calder::replay {
 // Records every call made through a library into a trace, in the format the
 // recorder DLLs write, and forwards it unchanged: traces made from the
 // device models for the tests, the bench and the committed sample traces.
-// Times come from the given clock; programDir becomes the trace's "dir".
+// Times are the given clock's, whose origin both recorders share; paths are
+// written relative to programDir, the package folder.
 class RecordingBridge : public BridgeLibrary {
  public:
-  RecordingBridge(BridgeLibrary& inner, Clock& clock, const std::string& programDir);
+  RecordingBridge(BridgeLibrary& inner, Clock& clock);
 
   int btl_init_driver_7853() override;
   int btl_open_device() override;
@@ -31,7 +32,6 @@ class RecordingBridge : public BridgeLibrary {
   int Done(TraceLine line, uint64_t enteredMs, int rc);
   BridgeLibrary& inner_;
   Clock& clock_;
-  std::optional<uint64_t> firstMs_;
 };
 
 // The upgrade library's recorder. The vendor's callbacks carry no context,
@@ -39,7 +39,7 @@ class RecordingBridge : public BridgeLibrary {
 // callbacks.
 class RecordingUpgrade : public UpgradeLibrary {
  public:
-  RecordingUpgrade(UpgradeLibrary& inner, Clock& clock, const std::string& programDir);
+  RecordingUpgrade(UpgradeLibrary& inner, Clock& clock, std::string programDir);
   ~RecordingUpgrade() override;
 
   int32_t Init(btl_upgrade_config* config) override;
@@ -63,7 +63,7 @@ class RecordingUpgrade : public UpgradeLibrary {
 
   UpgradeLibrary& inner_;
   Clock& clock_;
-  std::optional<uint64_t> firstMs_;
+  std::string programDir_;
   btl_upgrade_config forwarded_{};
   btl_progress_callback progress_ = nullptr;
   btl_log_callback log_ = nullptr;

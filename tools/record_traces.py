@@ -1,11 +1,10 @@
 #!/usr/bin/env python3
 """Records tests/traces/ again: the real calder.exe (build/win) with the
-recorders in front of the stand-in vendor DLLs under Wine, one --update (or
---version) per scenario against tests/traces/package, the stand-ins' fault
-injection set as the fault matrix sets it. Each scenario leaves
-NAME.bridge.ndjson, NAME.upgrade.ndjson and NAME.hid.ndjson, calder.exe's own
-HID traffic (a run that never reaches a library or the HID device leaves
-none for it).
+recorders in front of the stand-in vendor DLLs under Wine, one run per
+scenario against tests/traces/package, the stand-ins' fault injection set as
+the fault matrix sets it. Each scenario leaves NAME.LIBRARY.ndjson for every
+trace its run wrote (a library the run never reaches leaves none). A new
+scenario is a row of SCENARIOS.
 
     tools/record_traces.py [NAME...]     (scripts/record-traces runs it)
 """
@@ -27,7 +26,8 @@ PACKAGE = TRACES / "package"
 TP_FIRMWARE = b"\xff" * 0x102 + b"\x05"  # its checksum is what the stand-in reports
 FORCE_IMAGE = bytes((i * 7 + 1) % 251 + 1 for i in range(1000))  # 16 blocks, a raw image
 
-# name, the force sensor's scenario lines, the stand-ins' environment, the switch.
+# name, the force sensor's scenario lines, the upgrade stand-in's environment,
+# calder.exe's switch.
 SCENARIOS = [
     ("clean-update", "", {}, "--update"),
     ("connect-wrong-twice", "wrong_connect_replies=2\n", {}, "--update"),
@@ -75,8 +75,7 @@ def traces_of(result):
 def record(name, scenario, env, switch):
     stage, sensor = recording_stage(name, scenario)
     with hid_standins_in_system32() as overrides:
-        result = stage.run(switch, env={**overrides, **env,
-                                        "CALDER_FORCE_SIM_DIR": windows_path(sensor)})
+        result = stage.run(switch, env={**overrides, **env, "CALDER_FORCE_SIM_DIR": windows_path(sensor)})
     return result, traces_of(result)
 
 

@@ -1,5 +1,7 @@
 #include "trace/trace.h"
 
+#include <cctype>
+
 #include "base/sha256.h"
 #include <set>
 
@@ -47,6 +49,11 @@ const TraceEntry kEntries[] = {
     {kHidCalls[kHidGetInputReport], TraceLibrary::kHid,
      kFieldDev | kFieldReportId | kFieldOut | kFieldLen | kFieldRc, 0},
 };
+
+std::string Normal(std::string path) {
+  for (char& c : path) c = c == '/' ? '\\' : c;
+  return path;
+}
 
 const LibraryNames& Names(TraceLibrary library) {
   for (const LibraryNames& names : kLibraries) {
@@ -115,6 +122,24 @@ bool Trace::Complete() const {
 }
 
 std::string HexText(const std::vector<uint8_t>& bytes) { return check::HexOf(bytes.data(), bytes.size()); }
+
+bool SamePathText(const std::string& a, const std::string& b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i) {
+    const char x = a[i] == '/' ? '\\' : static_cast<char>(std::tolower(static_cast<unsigned char>(a[i])));
+    const char y = b[i] == '/' ? '\\' : static_cast<char>(std::tolower(static_cast<unsigned char>(b[i])));
+    if (x != y) return false;
+  }
+  return true;
+}
+
+std::string PathUnder(const std::string& path, const std::string& folder) {
+  const std::string p = Normal(path);
+  std::string f = Normal(folder);
+  if (!f.empty() && f.back() != '\\') f += '\\';
+  if (!f.empty() && p.size() > f.size() && SamePathText(p.substr(0, f.size()), f)) return p.substr(f.size());
+  return p;
+}
 
 TraceLine CallLine(const char* fn) {
   TraceLine line;

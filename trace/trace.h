@@ -9,7 +9,7 @@ namespace calder {
 
 // The trace format, the one type every writer and reader of a trace shares
 // (docs/TRACE.md): the recorders, calder.exe and calder-replay.
-constexpr int kTraceFormat = 1;
+constexpr int kTraceFormat = 2;
 
 // Which library a trace recorded, or calder.exe's own HID traffic (kHid).
 enum class TraceLibrary { kBridge, kUpgrade, kHid };
@@ -20,18 +20,16 @@ const char* LibraryName(TraceLibrary library);  // "bridge", as in the file's na
 bool LibraryOfFile(const std::string& file, TraceLibrary* library);
 
 // The fields a call line carries, by entry point.
-enum TraceField : unsigned {
-  kFieldRc = 1,
-  kFieldIn = 2,
-  kFieldOut = 4,
-  kFieldLen = 8,
-  kFieldPath = 16,  // with its "sha256"
-  kFieldConfig = 32,
-  kFieldDev = 64,          // a HID handle, as the number of its open
-  kFieldReportId = 128,    // "id", the report id an input report asks for
-  kFieldPaths = 256,       // the HID interfaces listed
-  kFieldDevicePath = 512,  // "path" of a device: nothing to hash
-};
+constexpr unsigned kFieldRc = 1;
+constexpr unsigned kFieldIn = 2;
+constexpr unsigned kFieldOut = 4;
+constexpr unsigned kFieldLen = 8;
+constexpr unsigned kFieldPath = 16;  // with its "sha256"
+constexpr unsigned kFieldConfig = 32;
+constexpr unsigned kFieldDev = 64;          // a HID handle, as the number of its open
+constexpr unsigned kFieldReportId = 128;    // "id", the report id an input report asks for
+constexpr unsigned kFieldPaths = 256;       // the HID interfaces listed
+constexpr unsigned kFieldDevicePath = 512;  // "path" of a device: nothing to hash
 
 struct TraceEntry {
   const char* fn;
@@ -61,8 +59,9 @@ struct TraceConfig {
 // bytes as the program or library passed them.
 struct TraceLine {
   int64_t seq = 0;
-  int64_t tUs = 0;
-  std::optional<int64_t> retUs;
+  int64_t tUs = 0;                // the call's entry, the callback's moment
+  std::optional<int64_t> retUs;   // the call's return
+
   std::string fn;
   std::string cb;  // "progress" or "log"
   std::optional<std::vector<uint8_t>> in;   // none: a null buffer
@@ -89,7 +88,6 @@ struct Trace {
   std::string vendorSha256;  // empty: the recorder could not read it
   std::string started;
   int64_t pid = 0;
-  std::string dir;  // the recorder's folder; recorded paths are relative to it
   std::string run;  // a HID trace's: the switch calder.exe ran with
   std::vector<TraceLine> lines;
   bool cut = false;  // the last line was cut mid-way and dropped
@@ -109,6 +107,12 @@ std::string HexText(const std::vector<uint8_t>& bytes);
 TraceLine CallLine(const char* fn);
 // A C text as a line holds it: none for a null pointer.
 std::optional<std::string> TextOf(const char* text);
+// How a path reads from a folder, as a trace records it: the part after the
+// folder with "\" separators; the whole path when it is not under the folder.
+std::string PathUnder(const std::string& path, const std::string& folder);
+// Paths as Windows compares them: either separator, any case.
+bool SamePathText(const std::string& a, const std::string& b);
+
 // A buffer as a line holds it: none for a null one, no bytes for a size of 0
 // or less.
 std::optional<std::vector<uint8_t>> BytesOf(const void* data, long long size);

@@ -198,6 +198,10 @@ bool ParseLine(const JsonValue& j, TraceLibrary library, TraceLine* line, std::s
   line->seq = seq;
   line->tUs = tUs;
   if (j.Find("ret_us") != nullptr) line->retUs = retUs;
+  if (line->isCall() && !line->retUs) {
+    *what = "no valid \"ret_us\"";
+    return false;
+  }
   if (line->isCall()) return ParseCall(j, library, line, what);
   if (line->isCallback()) return ParseCallback(j, line, what);
   return ParseRefusal(j, line, what);
@@ -218,7 +222,6 @@ bool ParseHeader(const JsonValue& j, Trace* trace, std::string* what) {
   std::optional<std::string> text;
   if (GetText(j, "vendor_sha256", &text) && text) trace->vendorSha256 = *text;
   if (GetText(j, "started", &text) && text) trace->started = *text;
-  if (GetText(j, "dir", &text) && text) trace->dir = *text;
   if (GetText(j, "run", &text) && text) trace->run = *text;
   GetInt(j, "pid", INT64_MIN, INT64_MAX, &trace->pid);
   return true;

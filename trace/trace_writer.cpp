@@ -157,7 +157,6 @@ std::string FormatTraceHeader(const Trace& trace) {
   text.Text("vendor_sha256", trace.vendorSha256.empty() ? std::nullopt
                                                         : std::optional<std::string>(trace.vendorSha256));
   text.Text("started", trace.started).Int("pid", trace.pid);
-  if (!trace.dir.empty()) text.Text("dir", trace.dir);
   if (!trace.run.empty()) text.Text("run", trace.run);
   text.End();
   return out + "\n";

@@ -14,7 +14,7 @@ namespace calder {
 // the line stays valid JSON and the reader gets the same bytes back.
 void AppendTraceLine(const TraceLine& line, TraceLibrary library, std::string* out);
 // The first line: format, library, the vendor library's SHA-256 (null when
-// empty), when, which process (and "dir" when set).
+// empty), when, which process.
 std::string FormatTraceHeader(const Trace& trace);
 // The header and every line, as a recorder writes them.
 std::string FormatTrace(const Trace& trace);

@@ -17,6 +17,7 @@
 #include "platform/process_info.h"
 #include "platform/win32/guards_win32.h"
 #include "platform/win32/library_loading.h"
+#include "platform/win32/process_clock.h"
 #include "platform/win32/trace_file_win32.h"
 #include "platform/win32/win32_seams.h"
 #include "ui/skin/paint_manager.h"
@@ -82,7 +83,6 @@ void RecordHidInRecordingLayout(const calder::CommandLine& line) {
     header.library = TraceLibrary::kHid;
     header.started = IsoLocalTime(now, UtcOffsetMinutes());
     header.pid = static_cast<int64_t>(process.ProcessId());
-    header.dir = programDir;
     header.run = run;
     file->Append(FormatTraceHeader(header));
     return file;

@@ -46,16 +46,6 @@ unsigned long __stdcall Win32TraceFile::FlushLoop(void* self) {
   }
 }
 
-uint64_t MicrosecondsSinceProcessStart() {
-  FILETIME created, exited, kernel, user, now;
-  GetProcessTimes(GetCurrentProcess(), &created, &exited, &kernel, &user);
-  GetSystemTimePreciseAsFileTime(&now);
-  const auto ticks = [](const FILETIME& t) {
-    return static_cast<uint64_t>(t.dwHighDateTime) << 32 | t.dwLowDateTime;
-  };
-  return ticks(now) >= ticks(created) ? (ticks(now) - ticks(created)) / 10 : 0;
-}
-
 int UtcOffsetMinutes() {
   TIME_ZONE_INFORMATION zone;
   const DWORD kind = GetTimeZoneInformation(&zone);

@@ -28,10 +28,6 @@ class Win32TraceFile : public TraceSink {
   std::atomic<long> lines_{0};
 };
 
-// The clock every trace of a run shares: microseconds since the process was
-// created.
-uint64_t MicrosecondsSinceProcessStart();
-
 // The local time's offset from UTC, in minutes east, for a trace's header.
 int UtcOffsetMinutes();
 

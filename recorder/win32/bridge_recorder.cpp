@@ -28,10 +28,11 @@ Recorder& Self() {
 template <typename Call>
 int Plain(const char* name, Call call) {
   Recorder& r = Self();
-  const uint64_t t = r.recording.EnterCall();
+  const int64_t t = r.recording.EnterCall();
   TraceLine line = calder::CallLine(name);
-  line.tUs = static_cast<int64_t>(t);
+  line.tUs = t;
   line.rc = r.vendor ? call(*r.vendor) : calder::kBridgeUnavailable;
+  line.retUs = r.recording.Now();
   r.recording.Write(line);
   return *line.rc;
 }
@@ -54,24 +55,26 @@ __declspec(dllexport) int btl_open_device() {
 
 __declspec(dllexport) int btl_write_data(unsigned char* buffer, int length) {
   Recorder& r = Self();
-  const uint64_t t = r.recording.EnterCall();
+  const int64_t t = r.recording.EnterCall();
   TraceLine line = calder::CallLine("btl_write_data");
-  line.tUs = static_cast<int64_t>(t);
+  line.tUs = t;
   line.in = calder::BytesOf(buffer, length);
   line.len = length;
   line.rc = r.vendor ? r.vendor->btl_write_data(buffer, length) : calder::kBridgeUnavailable;
+  line.retUs = r.recording.Now();
   r.recording.Write(line);
   return *line.rc;
 }
 
 __declspec(dllexport) int btl_read_data(unsigned char* buffer, int length) {
   Recorder& r = Self();
-  const uint64_t t = r.recording.EnterCall();
+  const int64_t t = r.recording.EnterCall();
   TraceLine line = calder::CallLine("btl_read_data");
-  line.tUs = static_cast<int64_t>(t);
+  line.tUs = t;
   line.len = length;
   line.rc = r.vendor ? r.vendor->btl_read_data(buffer, length) : calder::kBridgeUnavailable;
   line.out = calder::BytesOf(buffer, length);
+  line.retUs = r.recording.Now();
   r.recording.Write(line);
   return *line.rc;
 }

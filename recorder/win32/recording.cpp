@@ -6,6 +6,7 @@
 #include "base/sha256.h"
 #include "driver/folder_trust.h"
 #include "platform/win32/folder_security.h"
+#include "platform/win32/process_clock.h"
 #include "platform/win32/win32_seams.h"
 #include "trace/trace_place.h"
 
@@ -99,19 +100,6 @@ bool VendorTrusted(const std::wstring& folder, const std::wstring& library) {
 // disk at this pace, from a thread no call waits for.
 constexpr DWORD kFlushPeriodMs = 100;
 
-uint64_t MicrosecondsNow() {
-  static LARGE_INTEGER frequency = [] {
-    LARGE_INTEGER f;
-    QueryPerformanceFrequency(&f);
-    return f;
-  }();
-  LARGE_INTEGER now;
-  QueryPerformanceCounter(&now);
-  const uint64_t ticks = static_cast<uint64_t>(now.QuadPart);
-  const uint64_t perSecond = static_cast<uint64_t>(frequency.QuadPart);
-  return ticks / perSecond * 1000000 + ticks % perSecond * 1000000 / perSecond;
-}
-
 int UtcOffsetMinutes() {
   TIME_ZONE_INFORMATION zone;
   const DWORD kind = GetTimeZoneInformation(&zone);
@@ -178,28 +166,19 @@ void Recording::OpenTrace() {
   header.vendorSha256 = check::FileSha256(Narrow(vendorPath_)).value_or("");
   header.started = IsoLocalTime(local, UtcOffsetMinutes());
   header.pid = static_cast<int64_t>(pid);
-  header.dir = Narrow(folder_);
   sink_.Append(FormatTraceHeader(header));
 }
 
-uint64_t Recording::EnterCall() {
+int64_t Recording::EnterCall() {
   if (!opened_) {
     opened_ = true;
     OpenTrace();
   }
-  const uint64_t now = MicrosecondsNow();
-  std::lock_guard<std::mutex> hold(clockLock_);
-  if (!started_) {
-    started_ = true;
-    startUs_ = now;
-  }
-  return now - startUs_;
+  return Now();
 }
 
-uint64_t Recording::Now() {
-  const uint64_t now = MicrosecondsNow();
-  std::lock_guard<std::mutex> hold(clockLock_);
-  return started_ && now >= startUs_ ? now - startUs_ : 0;
-}
+int64_t Recording::Now() { return MicrosecondsSinceProcessStart(); }
+
+std::string Recording::InPackage(const std::string& path) const { return PathUnder(path, Narrow(folder_)); }
 
 }  // namespace calder::recorder

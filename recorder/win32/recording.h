@@ -23,9 +23,12 @@ class Recording {
   // recorder is missing or may not be trusted.
   const std::wstring& VendorPath() const { return vendorPath_; }
   // t_us of a call entering now; the first call opens the trace.
-  uint64_t EnterCall();
-  // t_us now, for a callback.
-  uint64_t Now();
+  int64_t EnterCall();
+  // Microseconds since the process started, the clock of every trace line.
+  int64_t Now();
+  // A path as the trace records it: relative to the recorder's folder, the
+  // package's, so no trace names the recording machine's folders.
+  std::string InPackage(const std::string& path) const;
   // Numbers the line and writes it to the trace.
   void Write(TraceLine& line) { writer_.Write(line); }
 
@@ -46,9 +49,6 @@ class Recording {
   FileSink sink_;
   TraceWriter writer_{sink_, library_};
   bool opened_ = false;
-  std::mutex clockLock_;
-  uint64_t startUs_ = 0;
-  bool started_ = false;
 };
 
 }  // namespace calder::recorder

@@ -39,7 +39,7 @@ Recorder& Self() {
 void RecordCallback(const char* cb, int32_t value, const char* text) {
   Recorder& r = Self();
   TraceLine line;
-  line.tUs = static_cast<int64_t>(r.recording.Now());
+  line.tUs = r.recording.Now();
   line.cb = cb;
   line.value = value;
   line.text = calder::TextOf(text);
@@ -61,8 +61,14 @@ void RecordLog(int32_t level, const char* text) {
 template <typename Call, typename After>
 int32_t Recorded(TraceLine line, Call call, After after) {
   Recorder& r = Self();
-  line.tUs = static_cast<int64_t>(r.recording.EnterCall());
+  line.tUs = r.recording.EnterCall();
+  // The file is hashed within the call's time, not the program's pause.
+  if (line.path) {
+    line.sha256 = calder::check::FileSha256(*line.path);
+    line.path = r.recording.InPackage(*line.path);
+  }
   line.rc = r.vendor ? call(*r.vendor) : calder::kUpgradeLibraryNotFound;
+  line.retUs = r.recording.Now();
   after(line);
   r.recording.Write(line);
   return *line.rc;
@@ -71,7 +77,6 @@ int32_t Recorded(TraceLine line, Call call, After after) {
 TraceLine FileCall(const char* name, const char* path) {
   TraceLine line = calder::CallLine(name);
   line.path = calder::TextOf(path);
-  line.sha256 = path != nullptr ? calder::check::FileSha256(path) : std::nullopt;
   return line;
 }
 
@@ -141,7 +146,8 @@ RECORDER_EXPORT int32_t btl_check_need_upgrade(const char* path, uint32_t* needU
 RECORDER_EXPORT void btl_upgrade_deinit() {
   Recorder& r = Self();
   TraceLine line = calder::CallLine("btl_upgrade_deinit");
-  line.tUs = static_cast<int64_t>(r.recording.EnterCall());
+  line.tUs = r.recording.EnterCall();
   if (r.vendor) r.vendor->Deinit();
+  line.retUs = r.recording.Now();
   r.recording.Write(line);
 }

@@ -1,6 +1,5 @@
 #include "sim/trace/trace_player.h"
 
-#include <cctype>
 #include <utility>
 
 namespace calder::replay {
@@ -10,23 +9,8 @@ namespace {
 constexpr size_t kHistory = 10;
 constexpr int64_t kPacingSlackUs = 5000;
 
-std::string Normal(std::string path) {
-  for (char& c : path) c = c == '/' ? '\\' : c;
-  return path;
-}
-
-bool SameIgnoringCase(const std::string& a, const std::string& b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i]))) {
-      return false;
-    }
-  }
-  return true;
-}
-
 bool SamePath(const std::optional<std::string>& a, const std::optional<std::string>& b) {
-  return a.has_value() == b.has_value() && (!a || SameIgnoringCase(*a, *b));
+  return a.has_value() == b.has_value() && (!a || SamePathText(*a, *b));
 }
 
 // Why a call is not the recorded one; empty when it is. What the call hands
@@ -49,16 +33,6 @@ std::string Mismatch(const TraceLine& expected, const TraceLine& actual, TraceLi
 }
 
 }  // namespace
-
-std::string PathUnder(const std::string& path, const std::string& folder) {
-  const std::string p = Normal(path);
-  std::string f = Normal(folder);
-  if (!f.empty() && f.back() != '\\') f += '\\';
-  if (!f.empty() && p.size() > f.size() && SameIgnoringCase(p.substr(0, f.size()), f)) {
-    return p.substr(f.size());
-  }
-  return p;
-}
 
 TracePlayer::TracePlayer(const Trace& trace, std::string programDir, Clock& clock,
                          ReplayState& state)
@@ -90,7 +64,7 @@ const TraceLine* TracePlayer::Next(TraceLine actual, std::vector<const TraceLine
     return nullptr;
   }
   TraceLine expected = trace_.lines[at];
-  if (expected.path) expected.path = PathUnder(*expected.path, trace_.dir);
+
   const std::string why = Mismatch(expected, actual, trace_.library);
   if (!why.empty()) {
     Diverge(expected.seq, Decode(expected, false) + "  [" + why + "]", actual);
@@ -108,17 +82,20 @@ const TraceLine* TracePlayer::Next(TraceLine actual, std::vector<const TraceLine
   return &trace_.lines[at];
 }
 
+// The program's own pause, from the previous call's return to this call's
+// entry, against the replayed run's, which is what the update sleeps: a traced
+// library answers at once, so its return is its entry.
 void TracePlayer::CheckPacing(const TraceLine& recorded) {
-  const uint64_t nowUs = clock_.NowMs() * 1000;
-  if (trace_.library == TraceLibrary::kBridge && lastRecordedUs_) {
-    const int64_t recordedGap = recorded.tUs - *lastRecordedUs_;
-    const int64_t replayedGap = static_cast<int64_t>(nowUs - lastReplayedUs_);
-    if (replayedGap < recordedGap - kPacingSlackUs) {
-      state_.pacing.push_back({trace_.name, recorded.seq, recordedGap / 1000.0, replayedGap / 1000.0,
+  const int64_t nowUs = static_cast<int64_t>(clock_.NowMs()) * 1000;
+  if (trace_.library == TraceLibrary::kBridge && lastReturnUs_) {
+    const int64_t recordedPause = recorded.tUs - *lastReturnUs_;
+    const int64_t replayedPause = nowUs - lastReplayedUs_;
+    if (replayedPause < recordedPause - kPacingSlackUs) {
+      state_.pacing.push_back({trace_.name, recorded.seq, recordedPause / 1000.0, replayedPause / 1000.0,
                                Decode(recorded, false)});
     }
   }
-  lastRecordedUs_ = recorded.tUs;
+  lastReturnUs_ = recorded.retUs.value_or(recorded.tUs);
   lastReplayedUs_ = nowUs;
 }
 
@@ -135,7 +112,7 @@ void TracePlayer::Finish() {
   for (size_t at = next_; at < trace_.lines.size(); ++at) {
     if (!trace_.lines[at].isCall()) continue;
     TraceLine expected = trace_.lines[at];
-    if (expected.path) expected.path = PathUnder(*expected.path, trace_.dir);
+  
     dead_ = true;
     state_.divergence = Divergence{trace_.name, expected.seq, Decode(expected, false) + "  [missing call]",
                                    "(none: the run made no further call)",

@@ -21,12 +21,13 @@ struct Divergence {
   std::vector<std::string> before;  // up to ten matching calls, decoded rows
 };
 
-// A bridge call the replayed run reached sooner than the recorded one did.
+// A bridge call the replayed run reached sooner after the previous call's
+// return than the recorded one did.
 struct PacingWarning {
   std::string trace;
   int64_t call = 0;
-  double recordedGapMs = 0;
-  double replayedGapMs = 0;
+  double recordedPauseMs = 0;
+  double replayedPauseMs = 0;
   std::string decoded;
 };
 
@@ -45,8 +46,8 @@ struct ReplayState {
 // after the trace: the library then answers as a dead device.
 class TracePlayer {
  public:
-  // Recorded paths are taken relative to the trace's folder, the run's ones
-  // relative to programDir (where the program runs from).
+  // The run's paths are taken relative to programDir (where the program
+  // runs from), as the recorders write them.
   TracePlayer(const Trace& trace, std::string programDir, Clock& clock, ReplayState& state);
 
   const TraceLine* Next(TraceLine actual, std::vector<const TraceLine*>* callbacks);
@@ -68,12 +69,8 @@ class TracePlayer {
   size_t matched_ = 0;
   bool dead_ = false;
   std::deque<std::string> history_;
-  std::optional<int64_t> lastRecordedUs_;
-  uint64_t lastReplayedUs_ = 0;
+  std::optional<int64_t> lastReturnUs_;  // the previous call's, as recorded
+  int64_t lastReplayedUs_ = 0;
 };
-
-// How the program's path reads from a folder: the part after it, with "\"
-// separators; the whole path when it is not under the folder.
-std::string PathUnder(const std::string& path, const std::string& folder);
 
 }  // namespace calder::replay

@@ -196,12 +196,15 @@ TEST(TracedUpgradeTest, CallbacksRecordedBeforeACallAreMadeDuringIt) {
   EXPECT_FALSE(state.divergence);
 }
 
+// The pause is the program's own, from the previous call's return (10 ms
+// after its entry here) to the next call's entry.
 TEST(TracedBridgeTest, APauseShorterThanRecordedLessFiveMsIsAPacingWarning) {
-  for (const auto& [recordedGapUs, warned] : {std::pair{25000, false}, {25001, true}}) {
+  for (const auto& [recordedPauseUs, warned] : {std::pair{25000, false}, {25001, true}}) {
     Trace trace;
     trace.lines = {CallLine("btl_init_driver_7853"), CallLine("btl_open_device")};
     trace.lines[0].rc = trace.lines[1].rc = 0;
-    trace.lines[1].tUs = recordedGapUs;
+    trace.lines[0].retUs = 10000;
+    trace.lines[1].tUs = 10000 + recordedPauseUs;
     trace.lines[1].seq = 2;
     VirtualClock clock;
     ReplayState state;
@@ -209,27 +212,28 @@ TEST(TracedBridgeTest, APauseShorterThanRecordedLessFiveMsIsAPacingWarning) {
     bridge.btl_init_driver_7853();
     clock.Sleep(20);
     bridge.btl_open_device();
-    EXPECT_EQ(state.pacing.size(), warned ? 1u : 0u) << recordedGapUs;
+    EXPECT_EQ(state.pacing.size(), warned ? 1u : 0u) << recordedPauseUs;
   }
 }
 
 TEST(TraceReaderTest, DamagedTracesAreRefusedWithTheLineAndACutLastLineIsDropped) {
-  const std::string header = R"({"calder_trace":1,"library":"btl_hid_transfer.dll","dir":"C:\\pkg"})";
-  const std::string open = R"({"seq":1,"t_us":0,"fn":"btl_open_device","rc":0})";
+  const std::string header = R"({"calder_trace":2,"library":"btl_hid_transfer.dll","dir":"C:\\pkg"})";
+  const std::string open = R"({"seq":1,"t_us":0,"ret_us":0,"fn":"btl_open_device","rc":0})";
   const struct {
     std::string text;
     std::string error;  // empty: read, with the last line dropped
   } kCases[] = {
       {"", "empty file"},
       {"junk\n", "line 1: not JSON"},
-      {R"({"calder_trace":2,"library":"btl_upgrade.dll","dir":""})" "\n", "trace format 2"},
-      {R"({"calder_trace":1,"library":"other.dll","dir":""})" "\n", "names no library"},
+      {R"({"calder_trace":1,"library":"btl_upgrade.dll","dir":""})" "\n", "trace format 1"},
+      {R"({"calder_trace":2,"library":"other.dll","dir":""})" "\n", "names no library"},
       {header + "\n{\"seq\":1,\n" + open + "\n", "line 2: not JSON"},
-      {header + "\n" + R"({"seq":1,"t_us":0,"fn":"btl_write_data","in":"fg","len":1,"rc":0})" "\n", "\"in\""},
-      {header + "\n" + R"({"seq":1,"t_us":0,"fn":"btl_write_data","in":"ff","len":2,"rc":0})" "\n", "length"},
-      {header + "\n" + R"({"seq":1,"t_us":0,"fn":"btl_open_device"})" "\n", "\"rc\""},
-      {header + "\n" + R"({"seq":1,"t_us":0,"fn":"btl_upgrade_init","rc":0})" "\n", "no entry point"},
-      {header + "\n" + R"({"seq":2,"t_us":0,"fn":"btl_open_device","rc":0})" "\n", "line 2: seq 2 where 1 belongs"},
+      {header + "\n" + R"({"seq":1,"t_us":0,"ret_us":0,"fn":"btl_write_data","in":"fg","len":1,"rc":0})" "\n", "\"in\""},
+      {header + "\n" + R"({"seq":1,"t_us":0,"ret_us":0,"fn":"btl_write_data","in":"ff","len":2,"rc":0})" "\n", "length"},
+      {header + "\n" + R"({"seq":1,"t_us":0,"ret_us":0,"fn":"btl_open_device"})" "\n", "\"rc\""},
+      {header + "\n" + R"({"seq":1,"t_us":0,"ret_us":0,"fn":"btl_upgrade_init","rc":0})" "\n", "no entry point"},
+      {header + "\n" + R"({"seq":1,"t_us":5,"ret_us":4,"fn":"btl_open_device","rc":0})" "\n", "\"ret_us\""},
+      {header + "\n" + R"({"seq":2,"t_us":0,"ret_us":0,"fn":"btl_open_device","rc":0})" "\n", "line 2: seq 2 where 1 belongs"},
       {header + "\n" + open + "\n" + open + "\n", "line 3: seq 1 where 2 belongs"},
       {header + "\n" + open + "\n{\"seq\":2,\"t_us\":5,\"fn\":\"btl_clo", ""},
   };

@@ -9,12 +9,12 @@ namespace calder::replay {
 namespace {
 
 std::string Header(const char* library) {
-  return std::string(R"({"calder_trace":1,"library":")") + library + R"(","vendor_sha256":")" +
+  return std::string(R"({"calder_trace":2,"library":")") + library + R"(","vendor_sha256":")" +
          std::string(64, '0') + R"(","started":"2026-11-25T13:14:15+01:00","pid":1,"dir":"C:\\pkg"})" + "\n";
 }
 
 std::string Call(int seq, const char* fn) {
-  return R"({"seq":)" + std::to_string(seq) + R"(,"t_us":0,"fn":")" + fn + R"(","rc":0})" + "\n";
+  return R"({"seq":)" + std::to_string(seq) + R"(,"t_us":0,"ret_us":0,"fn":")" + fn + R"(","rc":0})" + "\n";
 }
 
 // Init, then open or the end of the run: every way out of the trace is told

@@ -74,7 +74,10 @@ TEST(TraceFormat, EveryKindOfLineIsWrittenAsTheFormatSaysAndReadsBackTheSame) {
     trace.library = c.library;
     trace.lines = {c.line};
     trace.lines[0].seq = 1;
-    const std::string line = "{\"seq\":1,\"t_us\":0," + c.text + "\n";
+    trace.lines[0].tUs = 7;
+    if (c.line.isCall()) trace.lines[0].retUs = 9;
+    const std::string line =
+        std::string("{\"seq\":1,\"t_us\":7,") + (c.line.isCall() ? "\"ret_us\":9," : "") + c.text + "\n";
     EXPECT_EQ(FormatTrace(trace), FormatTraceHeader(trace) + line);
     Trace read;
     std::string error;
@@ -113,10 +116,11 @@ TEST(TraceFormat, AWriterNumbersItsLinesAndTheFileNameAndHeaderAreAsTheFormatGiv
   } sink;
   TraceWriter writer(sink, TraceLibrary::kBridge);
   TraceLine open = Call("btl_open_device");
+  open.retUs = 0;
   writer.Write(open);
   writer.Write(open);
-  EXPECT_EQ(sink.all, "{\"seq\":1,\"t_us\":0,\"fn\":\"btl_open_device\",\"rc\":0}\n"
-                      "{\"seq\":2,\"t_us\":0,\"fn\":\"btl_open_device\",\"rc\":0}\n");
+  EXPECT_EQ(sink.all, "{\"seq\":1,\"t_us\":0,\"ret_us\":0,\"fn\":\"btl_open_device\",\"rc\":0}\n"
+                      "{\"seq\":2,\"t_us\":0,\"ret_us\":0,\"fn\":\"btl_open_device\",\"rc\":0}\n");
   const LocalTime t{2026, 11, 5, 3, 4, 15};
   EXPECT_EQ(TraceFileName(t, 1234, "bridge"), "CalderTrace_2026-11-05_030415_1234_bridge.ndjson");
   EXPECT_EQ(IsoLocalTime(t, 60), "2026-11-05T03:04:15+01:00");
@@ -125,7 +129,7 @@ TEST(TraceFormat, AWriterNumbersItsLinesAndTheFileNameAndHeaderAreAsTheFormatGiv
   header.library = TraceLibrary::kUpgrade;
   header.started = "S";
   header.pid = 7;
-  EXPECT_EQ(FormatTraceHeader(header), "{\"calder_trace\":1,\"library\":\"btl_upgrade.dll\",\"vendor_sha256\":null,"
+  EXPECT_EQ(FormatTraceHeader(header), "{\"calder_trace\":2,\"library\":\"btl_upgrade.dll\",\"vendor_sha256\":null,"
                                        "\"started\":\"S\",\"pid\":7}\n");
 }
 
