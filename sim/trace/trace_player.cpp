@@ -7,7 +7,10 @@ namespace calder::replay {
 namespace {
 
 constexpr size_t kHistory = 10;
-constexpr int64_t kPacingSlackUs = 5000;
+// A sleep overshoots by a timer period (15.6 ms by default on Windows) and
+// more on a busy machine: a pause shorter by less than this says nothing
+// about the update's pacing.
+constexpr int64_t kPacingSlackUs = 100000;
 
 bool SamePath(const std::optional<std::string>& a, const std::optional<std::string>& b) {
   return a.has_value() == b.has_value() && (!a || SamePathText(*a, *b));
