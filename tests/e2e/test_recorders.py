@@ -68,7 +68,8 @@ class RecordersTest(unittest.TestCase):
                 result = stage.update(env=overrides)
                 version = stage.run("--version", env=overrides)
             log = [line.replace(windows_path(stage.dir), "<stage>") for line in result.lines()]
-            runs.append((result.rc, log, stage.seen(), version.stdout_lines(), version.lines(),
+            printed = [line for line in version.stdout_lines() if line.startswith("compound")]
+            runs.append((result.rc, log, stage.seen(), printed, version.lines(),
                          traces(result), traces(version)))
         *plain, none, no_version_trace = runs[0]
         *recorded_run, recorded, version_trace = runs[1]
