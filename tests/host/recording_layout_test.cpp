@@ -13,16 +13,14 @@ const std::string kTrace = kLog + "\\CalderTrace_2026-04-22_093015_4812_hid.ndjs
 // Only a layout every piece of which an administrator made counts: a piece
 // missing, a link or another owner's is no layout, and nothing is recorded.
 TEST(RecordingLayoutTest, EveryPieceMustBeThereAsAnAdministratorMadeIt) {
-  const std::string kPieces[] = {kProgram + "\\vendor", kProgram + "\\btl_upgrade.dll",
-                                 kProgram + "\\btl_hid_transfer.dll",
-                                 kProgram + "\\vendor\\btl_upgrade.dll",
-                                 kProgram + "\\vendor\\btl_hid_transfer.dll", kProgram};
+  const std::string v = kProgram + "\\vendor";
+  const std::string kPieces[] = {kProgram, v, kProgram + "\\btl_upgrade.dll", kProgram + "\\btl_hid_transfer.dll",
+                                 v + "\\btl_upgrade.dll", v + "\\btl_hid_transfer.dll"};
   const PathFacts kOdd[] = {{}, {true, true, PathOwner::kSystemOrAdministrators},
                             {true, false, PathOwner::kOther}, {true, false, PathOwner::kUnreadable}};
   test::FakeSystem whole;
   for (const std::string& piece : kPieces) whole.AddFolder(piece);
-  EXPECT_TRUE(IsRecordingLayout(whole, kProgram));
-  EXPECT_FALSE(IsRecordingLayout(whole, ""));
+  EXPECT_TRUE(IsRecordingLayout(whole, kProgram) && !IsRecordingLayout(whole, ""));
   for (const std::string& piece : kPieces) {
     for (const PathFacts& odd : kOdd) {
       test::FakeSystem sys = whole;
@@ -33,24 +31,17 @@ TEST(RecordingLayoutTest, EveryPieceMustBeThereAsAnAdministratorMadeIt) {
 }
 
 TEST(RecordingLayoutTest, TheHidTraceGoesOnlyWhereTheLogMayAndNeverThroughALink) {
-  const struct {
-    std::string odd;  // "" for none
-    bool exists;
-    std::string path;
-  } kCases[] = {
-      {"", false, kTrace},
-      {"C:\\ProgramData\\KORU", true, ""},  // a junction up the chain
-      {kLog, true, ""},
-      {kTrace, true, ""},  // a link planted at the trace's name
-  };
-  for (const auto& c : kCases) {
+  // A junction up the chain, the log folder a link, a link planted at the name.
+  const std::pair<std::string, std::string> kCases[] = {
+      {"", kTrace}, {"C:\\ProgramData\\KORU", ""}, {kLog, ""}, {kTrace, ""}};
+  for (const auto& [odd, path] : kCases) {
     test::FakeSystem sys;
     sys.AddFolder(kLog);
-    if (!c.odd.empty()) sys.oddPaths[c.odd] = {c.exists, true, PathOwner::kSystemOrAdministrators};
+    if (!odd.empty()) sys.oddPaths[odd] = {true, true, PathOwner::kSystemOrAdministrators};
     Environment env;
     sys.Into(&env);
     ScopedEnvironment scope(env);
-    EXPECT_EQ(HidTracePath(sys.now, sys.pid), c.path) << c.odd;
+    EXPECT_EQ(HidTracePath(sys.now, sys.pid), path) << odd;
   }
 }
 

@@ -289,20 +289,19 @@ TEST(HidReplayTest, VersionRunsAndTheReadBackRescueReplayFromWhatTheLaptopSaid) 
 }
 
 TEST(HidTraceDecoderTest, NamesTheVersionAndCalibrationQueries) {
-  const auto output = [](const char* bytes) {
-    TraceLine line = CallLine("hid_set_output_report");
-    line.dev = 2;
-    line.in = Hex(bytes);
-    line.rc = 1;
-    return line;
+  const auto line = [](const char* fn, std::initializer_list<std::pair<size_t, uint8_t>> bytes) {
+    TraceLine l = CallLine(fn);
+    l.dev = 2;
+    l.rc = 1;
+    auto& report = fn[4] == 's' ? l.in : l.out;
+    report = std::vector<uint8_t>(33, 0);
+    for (const auto& [at, value] : bytes) (*report)[at] = value;
+    return l;
   };
-  const auto input = [](std::initializer_list<std::pair<size_t, uint8_t>> bytes) {
-    TraceLine line = CallLine("hid_get_input_report");
-    line.dev = 2;
-    line.out = std::vector<uint8_t>(33, 0);
-    for (const auto& [at, value] : bytes) (*line.out)[at] = value;
-    line.rc = 1;
-    return line;
+  const auto output = [&](const char* bytes) {
+    TraceLine l = line("hid_set_output_report", {});
+    l.in = Hex(bytes);
+    return l;
   };
   TraceLine open = CallLine("hid_open");
   open.path = "hid#vid_347d&pid_7853&col05#1";
@@ -310,16 +309,16 @@ TEST(HidTraceDecoderTest, NamesTheVersionAndCalibrationQueries) {
   const std::pair<TraceLine, std::string> kLines[] = {
       {open, "open hid#vid_347d&pid_7853&col05#1 -> dev 2 col05"},
       {output("0D 07 16 00 00 01 00 04 10"), "output dev 2 col05: force version request -> ok"},
-      {input({{1, 6}, {4, 1}, {5, 0}, {6, 2}, {7, 3}}), "input dev 2 col05: force version 1.0.2.3"},
+      {line("hid_get_input_report", {{1, 6}, {4, 1}, {6, 2}, {7, 3}}), "input dev 2 col05: force version 1.0.2.3"},
       {output("0D 09 FE 00 00 03 00 00 02 12 EE"), "output dev 2 col05: calibration begin (command 12) -> ok"},
       {output("0D 07 02 00 00 01 00 02 02"), "output dev 2 col05: status request -> ok"},
-      {input({{5, 1}}), "input dev 2 col05: status busy"},
+      {line("hid_get_input_report", {{5, 1}}), "input dev 2 col05: status busy"},
       {output("0D 07 AC 01 00 01 00 15 BE"), "output dev 2 col05: calibration data request -> ok"},
-      {input({{4, 1}, {6, 0xFF}, {7, 0xFF}, {20, 1}}), "input dev 2 col05: calibration data 1 -1 0 0 0 0 0"},
-      {input({{20, 0}}), "input dev 2 col05: calibration data not ready"},
+      {line("hid_get_input_report", {{4, 1}, {6, 0xFF}, {7, 0xFF}, {20, 1}}),
+       "input dev 2 col05: calibration data 1 -1 0 0 0 0 0"},
   };
   TraceDecoder decoder(TraceLibrary::kHid);
-  for (const auto& [line, decoded] : kLines) EXPECT_EQ(decoder.Decode(line), decoded);
+  for (const auto& [l, decoded] : kLines) EXPECT_EQ(decoder.Decode(l), decoded);
 }
 
 TEST_F(ReplayTest, ATraceReadsBackAsItWasWritten) {
