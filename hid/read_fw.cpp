@@ -3,36 +3,13 @@
 #include <array>
 #include <cstdio>
 
+#include "hid/hid_reports.h"
 #include "platform/environment.h"
 
 namespace calder {
 namespace {
 
-constexpr uint16_t kVendorId = 0x347D;
-constexpr uint16_t kProductId = 0x7853;
-const char16_t kTouchTag[] = u"col04";
-const char16_t kForceTag[] = u"col05";
-
-constexpr size_t kReportSize = 33;
-using Report = std::array<uint8_t, kReportSize>;
-constexpr uint8_t kTouchReportId = 0x0E;
-constexpr uint8_t kForceReportId = 0x0D;
-
-// Bytes 0 to 8 of a read request (L = 7). Built over the previous command,
-// a request leaves bytes 9 and 10 of the buffer as they were.
-using Request = std::array<uint8_t, 9>;
-// Bytes 0 to 10 of a command (L = 9); byte 10 is minus byte 9.
-using Command = std::array<uint8_t, 11>;
-
-constexpr Request kTouchVersionRequest = {0x0E, 0x07, 0xB4, 0x00, 0x00, 0x01, 0x00, 0x04, 0xB6};
-constexpr Request kForceVersionRequest = {0x0D, 0x07, 0x16, 0x00, 0x00, 0x01, 0x00, 0x04, 0x10};
-constexpr Command kCommand12 = {0x0D, 0x09, 0xFE, 0x00, 0x00, 0x03, 0x00, 0x00, 0x02, 0x12, 0xEE};
-constexpr Request kStatusAfterCommand12 = {0x0D, 0x07, 0x02, 0x00, 0x00, 0x01, 0x00, 0x02, 0x02};
-constexpr Command kCommand13 = {0x0D, 0x09, 0xFF, 0x01, 0x00, 0x03, 0x00, 0x00, 0x02, 0x13, 0xED};
-constexpr Request kStatusAfterCommand13 = {0x0D, 0x07, 0x01, 0x01, 0x00, 0x01, 0x00, 0x02, 0x02};
-constexpr Command kCommandBE = {0x0D, 0x09, 0xFD, 0x01, 0x00, 0x03, 0x00, 0x00, 0x02, 0xBE, 0x42};
-constexpr Request kStatusAfterCommandBE = {0x0D, 0x07, 0x01, 0x01, 0x00, 0x01, 0x00, 0x02, 0x02};
-constexpr Request kCalibrationDataRequest = {0x0D, 0x07, 0xAC, 0x01, 0x00, 0x01, 0x00, 0x15, 0xBE};
+using Report = std::array<uint8_t, kHidReportSize>;
 
 constexpr int kStatusAttempts = 10;
 constexpr uint32_t kTouchVersionWaitMs = 30;
@@ -45,7 +22,6 @@ constexpr uint32_t kStatusPollMs = 1;
 constexpr uint32_t kBeforeDataRequestMs = 100;
 constexpr uint32_t kBadChecksumPollMs = 10;
 constexpr double kCalibrationTimeoutSeconds = 3.0;
-constexpr size_t kCalibrationValues = 7;
 
 const char kOpenTouchFail[] = "err: open touch device fail";
 const char kReadForceFail[] = "err: read force device fail";
@@ -97,9 +73,9 @@ ReadFW::~ReadFW() = default;
 
 void ReadFW::Init() {
   touch.GetDevicePaths();
-  touch.Open(kVendorId, kProductId, kTouchTag);
+  touch.Open(kTouchDeviceVendorId, kTouchDeviceProductId, kTouchCollectionTag);
   force.GetDevicePaths();
-  force.Open(kVendorId, kProductId, kForceTag);
+  force.Open(kTouchDeviceVendorId, kTouchDeviceProductId, kForceCollectionTag);
 }
 
 bool ReadFW::ReadTouchVersion(std::string& version, std::string& error) {
@@ -206,16 +182,18 @@ bool ReadFW::ReadCalibrateRaw(std::vector<uint16_t>& values, double timeoutSecon
   for (;;) {
     if (TimedOut(clock_, start, timeoutSeconds)) return false;
     Fetch(force, kForceReportId, answer);
-    if (answer[20] != 0x01) continue;
+    if (answer[kCalibrationReadyByte] != 0x01) continue;
     values.clear();
     int sum = 0;
     for (size_t k = 0; k < kCalibrationValues; ++k) {
-      const uint16_t value = static_cast<uint16_t>(answer[4 + 2 * k] | answer[5 + 2 * k] << 8);
+      const size_t at = kCalibrationFirstByte + 2 * k;
+      const uint16_t value = static_cast<uint16_t>(answer[at] | answer[at + 1] << 8);
       values.push_back(value);
       sum += static_cast<int16_t>(value);
     }
     const uint16_t expected = static_cast<uint16_t>(-sum);
-    if (answer[18] != (expected & 0xFF) || answer[19] != (expected >> 8)) {
+    if (answer[kCalibrationChecksumByte] != (expected & 0xFF) ||
+        answer[kCalibrationChecksumByte + 1] != (expected >> 8)) {
       clock_.Sleep(kBadChecksumPollMs);
       continue;
     }

@@ -20,6 +20,13 @@ struct HidAttributes {
   uint16_t productId = 0;
 };
 
+// The host's calls as a HID trace names them, in declaration order.
+enum HidCall { kHidInterfaces, kHidAttributes, kHidOpen, kHidClose, kHidSetOutputReport,
+               kHidGetInputReport };
+inline constexpr const char* kHidCalls[] = {"hid_interfaces", "hid_attributes", "hid_open",
+                                            "hid_close", "hid_set_output_report",
+                                            "hid_get_input_report"};
+
 // The machine's HID interfaces: SetupAPI enumeration, hid.dll reports and
 // file handles. Every call is synchronous.
 class HidHost {

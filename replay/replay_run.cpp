@@ -8,14 +8,23 @@
 #include "check/force_image_plan.h"
 #include "check/log_recorder.h"
 #include "check/package_machine.h"
+#include "hid/recording_hid_host.h"
 #include "replay/trace_recorder.h"
 #include "sim/trace/traced_libraries.h"
 #include "sim/protocol_violations.h"
 #include "sim/simulated_laptop.h"
+#include "trace/trace_reader.h"
+#include "trace/trace_writer.h"
 
 namespace calder::replay {
 
 namespace {
+
+class TraceText : public TraceSink {
+ public:
+  void Append(const std::string& line) override { text += line; }
+  std::string text;
+};
 
 // The laptop with the package's firmware folders; a sensor that behaves runs
 // what the force file's name says, as calder-check predicts.
@@ -28,10 +37,10 @@ void Arrange(sim::SimulatedLaptop& laptop, check::StagedPackage& package) {
   if (check::VersionBytesOf(GetFileStem(force), &version)) laptop.sensor.version = version;
 }
 
-int RunQuietly(sim::SimulatedLaptop& laptop) {
+int RunQuietly(sim::SimulatedLaptop& laptop, const std::string& run) {
   check::LogRecorder quiet;
   check::ConsoleSilencer silencer;
-  return laptop.RunMain({"--update"});
+  return laptop.RunMain({run});
 }
 
 // Why the traces cannot be replayed together; empty when they can.
@@ -56,7 +65,8 @@ std::string Unplayable(const std::vector<Trace>& traces, int* exitCode) {
 }  // namespace
 
 RecordedRun RecordUpdate(const std::filesystem::path& packageDir,
-                         const std::function<void(sim::SimulatedLaptop&)>& arrange) {
+                         const std::function<void(sim::SimulatedLaptop&)>& arrange,
+                         const std::string& run) {
   check::StagedPackage package(packageDir);
   sim::SimulatedLaptop laptop;
   Arrange(laptop, package);
@@ -67,12 +77,25 @@ RecordedRun RecordUpdate(const std::filesystem::path& packageDir,
                            laptop.clock, package.machine().moduleDir());
   if (laptop.bridge != nullptr) laptop.bridge = &bridge;
   if (laptop.upgrade != nullptr) laptop.upgrade = &upgrade;
-  RecordedRun run;
-  run.result = RunQuietly(laptop);
+  // calder.exe's own recorder, writing the text its trace file gets.
+  TraceText hidText;
+  const std::string dir = package.machine().moduleDir();
+  RecordingHidHost hid(*laptop.hid, [&laptop] { return static_cast<int64_t>(laptop.clock.NowMs()) * 1000; }, dir, [&] {
+    Trace header;
+    header.library = TraceLibrary::kHid;
+    header.run = run;
+    hidText.Append(FormatTraceHeader(header));
+    return &hidText;
+  });
+  laptop.hid = &hid;
+  RecordedRun recorded;
+  recorded.result = RunQuietly(laptop, run);
   sim::TakeViolations();
-  run.bridge = std::move(bridge.trace);
-  run.upgrade = std::move(upgrade.trace);
-  return run;
+  recorded.bridge = std::move(bridge.trace);
+  recorded.upgrade = std::move(upgrade.trace);
+  std::string error;
+  if (!ParseTrace(hidText.text, "hid", &recorded.hid, &error)) recorded.hid.name = error;
+  return recorded;
 }
 
 ReplayOutcome ReplayUpdate(const std::vector<Trace>& traces, const std::filesystem::path& packageDir) {
@@ -85,9 +108,16 @@ ReplayOutcome ReplayUpdate(const std::vector<Trace>& traces, const std::filesyst
   const std::string programDir = package.machine().moduleDir();
   std::unique_ptr<TracedBridge> bridge;
   std::unique_ptr<TracedUpgrade> upgrade;
+  std::unique_ptr<TracedHid> hid;
+  std::string run = "--update";
   std::vector<TracePlayer*> players;
   for (const Trace& trace : traces) {
-    if (trace.library == TraceLibrary::kBridge) {
+    if (trace.library == TraceLibrary::kHid) {
+      hid = std::make_unique<TracedHid>(trace, programDir, laptop.clock, outcome.state);
+      laptop.hid = hid.get();
+      players.push_back(&hid->player);
+      if (!trace.run.empty()) run = trace.run;
+    } else if (trace.library == TraceLibrary::kBridge) {
       bridge = std::make_unique<TracedBridge>(trace, programDir, laptop.clock, outcome.state);
       laptop.bridge = bridge.get();
       players.push_back(&bridge->player);
@@ -97,7 +127,7 @@ ReplayOutcome ReplayUpdate(const std::vector<Trace>& traces, const std::filesyst
       players.push_back(&upgrade->player);
     }
   }
-  outcome.runResult = RunQuietly(laptop);
+  outcome.runResult = RunQuietly(laptop, run);
   // The models' complaints about a replayed exchange are the replay's
   // divergence to report, not theirs.
   sim::TakeViolations();

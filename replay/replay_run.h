@@ -31,24 +31,27 @@ struct ReplayOutcome {
   std::string problem;  // why nothing was replayed
 };
 
-// Runs `--update` on the simulated laptop with the package's firmware
-// folders, each traced library answered from its trace, the others, the BIOS
-// and the HID device by the models. Nothing runs for two traces of one
-// library (kReplayBadInput) or a trace that holds the recorder's refusal
-// to load the vendor library (kReplayRecorderRefused): `problem` says why.
+// Runs `--update` (or the switch a HID trace recorded) on the simulated
+// laptop with the package's firmware folders, each traced library and the
+// HID host answered from its trace, the others and the BIOS by the models.
+// Nothing runs for two traces of one library (kReplayBadInput) or a trace
+// that holds the recorder's refusal to load the vendor library
+// (kReplayRecorderRefused): `problem` says why.
 ReplayOutcome ReplayUpdate(const std::vector<Trace>& traces, const std::filesystem::path& packageDir);
 
 struct RecordedRun {
   int result = 1;
   Trace bridge;
   Trace upgrade;
+  Trace hid;  // no lines when the run made no HID call
 };
 
-// `--update` on the simulated laptop with the package's firmware folders,
-// both libraries recorded in front of their models; `arrange` puts the
-// devices in the wanted state first. Traces for tests, the bench and the
-// committed samples.
+// `--update` (or `run`) on the simulated laptop with the package's firmware
+// folders, both libraries and the HID host recorded in front of their
+// models; `arrange` puts the devices in the wanted state first. Traces for
+// tests and the bench.
 RecordedRun RecordUpdate(const std::filesystem::path& packageDir,
-                         const std::function<void(sim::SimulatedLaptop&)>& arrange = nullptr);
+                         const std::function<void(sim::SimulatedLaptop&)>& arrange = nullptr,
+                         const std::string& run = "--update");
 
 }  // namespace calder::replay

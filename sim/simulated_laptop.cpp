@@ -13,7 +13,7 @@ Environment SimulatedLaptop::Wiring() {
   env.clock = &pace;
   env.bridge = bridge;
   env.upgrade = upgrade;
-  env.hid = &touch;
+  env.hid = hid;
   env.wmi = &bios;
   env.files = files;
   env.process = process;

@@ -18,8 +18,9 @@ namespace calder::sim {
 // One laptop for runs of the update's core: the virtual clock, the force
 // sensor behind the bridge, the touchpad controller behind the upgrade
 // library, the touch HID device and a BIOS that takes the reset. Faults are
-// set on the public models; a library is answered by something else (a
-// trace) by pointing `bridge` or `upgrade` at it, or left out with null.
+// set on the public models; a library or the HID host is answered by
+// something else (a trace) by pointing `bridge`, `upgrade` or `hid` at it,
+// and a library left out with null.
 // The rest of the machine (firmware folders and module path, COM, the
 // progress window) is the caller's and stays null unless given.
 class SimulatedLaptop {
@@ -39,6 +40,7 @@ class SimulatedLaptop {
 
   BridgeLibrary* bridge = &sensor;
   UpgradeLibrary* upgrade = &touchpad;
+  HidHost* hid = &touch;
   FileSystem* files = nullptr;
   ProcessInfo* process = nullptr;
   ComRuntime* com = nullptr;

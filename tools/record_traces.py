@@ -36,6 +36,7 @@ SCENARIOS = [
     # differs and the calibration read over HID rescues the update.
     ("readback-mismatch-rescued", "erased_value=0xFF\n", {}, "--update"),
     ("touchpad-upgrade-fails", "", {"BTL_SIM_UPGRADE_RESULT": "5"}, "--update"),
+    ("version", "", {}, "--version"),
 ]
 
 

@@ -3,7 +3,10 @@
 #include <cctype>
 
 #include "base/sha256.h"
+#include <set>
+
 #include "platform/bridge_library.h"
+#include "platform/hid_host.h"
 #include "platform/upgrade_library.h"
 
 namespace calder {
@@ -18,6 +21,7 @@ struct LibraryNames {
 const LibraryNames kLibraries[] = {
     {TraceLibrary::kBridge, "btl_hid_transfer.dll", "bridge"},
     {TraceLibrary::kUpgrade, "btl_upgrade.dll", "upgrade"},
+    {TraceLibrary::kHid, "hid.dll", "hid"},
 };
 
 const TraceEntry kEntries[] = {
@@ -36,6 +40,14 @@ const TraceEntry kEntries[] = {
     {kUpgradeLibraryEntryPoints[kCheckNeedUpgrade], TraceLibrary::kUpgrade,
      kFieldPath | kFieldIn | kFieldOut | kFieldRc, 4},
     {kUpgradeLibraryEntryPoints[kUpgradeDeinit], TraceLibrary::kUpgrade, 0, 0},
+    {kHidCalls[kHidInterfaces], TraceLibrary::kHid, kFieldPaths, 0},
+    // out: the vendor and product id, little-endian.
+    {kHidCalls[kHidAttributes], TraceLibrary::kHid, kFieldDevicePath | kFieldOut | kFieldRc, 4},
+    {kHidCalls[kHidOpen], TraceLibrary::kHid, kFieldDevicePath | kFieldDev, 0},
+    {kHidCalls[kHidClose], TraceLibrary::kHid, kFieldDev | kFieldRc, 0},
+    {kHidCalls[kHidSetOutputReport], TraceLibrary::kHid, kFieldDev | kFieldIn | kFieldLen | kFieldRc, 0},
+    {kHidCalls[kHidGetInputReport], TraceLibrary::kHid,
+     kFieldDev | kFieldReportId | kFieldOut | kFieldLen | kFieldRc, 0},
 };
 
 std::string Normal(std::string path) {
@@ -92,6 +104,14 @@ const TraceLine* Trace::Refusal() const {
 
 bool Trace::Complete() const {
   if (cut) return false;
+  if (library == TraceLibrary::kHid) {
+    std::set<int64_t> open;
+    for (const TraceLine& line : lines) {
+      if (line.fn == kHidCalls[kHidOpen] && line.dev.value_or(0) > 0) open.insert(*line.dev);
+      if (line.fn == kHidCalls[kHidClose] && line.rc.value_or(0) != 0) open.erase(line.dev.value_or(0));
+    }
+    return open.empty();
+  }
   for (auto it = lines.rbegin(); it != lines.rend(); ++it) {
     if (!it->isCall()) continue;
     if (library == TraceLibrary::kBridge) return it->fn == kBridgeLibraryEntryPoints[kUninstallDriver];

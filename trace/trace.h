@@ -11,10 +11,10 @@ namespace calder {
 // (docs/TRACE.md): the recorders, calder.exe and calder-replay.
 constexpr int kTraceFormat = 2;
 
-// Which library a trace recorded.
-enum class TraceLibrary { kBridge, kUpgrade };
+// Which library a trace recorded, or calder.exe's own HID traffic (kHid).
+enum class TraceLibrary { kBridge, kUpgrade, kHid };
 
-const char* LibraryFile(TraceLibrary library);  // "btl_hid_transfer.dll", ...
+const char* LibraryFile(TraceLibrary library);  // "btl_hid_transfer.dll", ..., "hid.dll"
 const char* LibraryName(TraceLibrary library);  // "bridge", as in the file's name
 // The library a header names, false for one no trace records.
 bool LibraryOfFile(const std::string& file, TraceLibrary* library);
@@ -26,6 +26,10 @@ constexpr unsigned kFieldOut = 4;
 constexpr unsigned kFieldLen = 8;
 constexpr unsigned kFieldPath = 16;  // with its "sha256"
 constexpr unsigned kFieldConfig = 32;
+constexpr unsigned kFieldDev = 64;          // a HID handle, as the number of its open
+constexpr unsigned kFieldReportId = 128;    // "id", the report id an input report asks for
+constexpr unsigned kFieldPaths = 256;       // the HID interfaces listed
+constexpr unsigned kFieldDevicePath = 512;  // "path" of a device: nothing to hash
 
 struct TraceEntry {
   const char* fn;
@@ -69,6 +73,9 @@ struct TraceLine {
   std::optional<TraceConfig> config;  // none: a null record
   int32_t value = 0;                  // callback: percent or level
   std::optional<std::string> text;    // callback: none for a null text
+  std::optional<int64_t> dev;
+  std::optional<int64_t> reportId;
+  std::vector<std::string> paths;
   std::optional<std::string> refused;  // what the recorder refused
   std::string why;
   bool isCall() const { return !fn.empty(); }
@@ -81,11 +88,13 @@ struct Trace {
   std::string vendorSha256;  // empty: the recorder could not read it
   std::string started;
   int64_t pid = 0;
+  std::string run;  // a HID trace's: the switch calder.exe ran with
   std::vector<TraceLine> lines;
   bool cut = false;  // the last line was cut mid-way and dropped
   std::vector<std::string> notes;
 
-  // The recording ended with the library's session: nothing could follow.
+  // The recording ended with the library's session, or for HID traffic with
+  // every handle it opened closed: nothing could follow.
   bool Complete() const;
   size_t CallCount() const;
   // The recorder's refusal line, null when it loaded the vendor library.

@@ -30,6 +30,16 @@ bool GetText(const JsonValue& j, const char* key, std::optional<std::string>* te
   return true;
 }
 
+bool GetTexts(const JsonValue& j, const char* key, std::vector<std::string>* texts) {
+  const JsonValue* found = j.Find(key);
+  if (found == nullptr || found->kind != Kind::kArray) return false;
+  for (const JsonValue& text : found->items) {
+    if (text.kind != Kind::kString) return false;
+    texts->push_back(text.text);
+  }
+  return true;
+}
+
 int HexDigit(char c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
@@ -116,6 +126,17 @@ bool ParseCall(const JsonValue& j, TraceLibrary library, TraceLine* line, std::s
     need(kFieldPath, "sha256", GetText(j, "sha256", &line->sha256));
   }
   if ((fields & kFieldConfig) != 0) need(kFieldConfig, "config", GetConfig(j, &line->config));
+  if ((fields & kFieldDevicePath) != 0) need(kFieldDevicePath, "path", GetText(j, "path", &line->path));
+  int64_t number = 0;
+  if ((fields & kFieldDev) != 0) {
+    need(kFieldDev, "dev", GetInt(j, "dev", 0, INT64_MAX, &number));
+    line->dev = number;
+  }
+  if ((fields & kFieldReportId) != 0) {
+    need(kFieldReportId, "id", GetInt(j, "id", 0, 255, &number));
+    line->reportId = number;
+  }
+  if ((fields & kFieldPaths) != 0) need(kFieldPaths, "paths", GetTexts(j, "paths", &line->paths));
   if (!what->empty()) return false;
   // A length of 0 or less carries "".
   const size_t want = entry->bytes != 0 ? entry->bytes : len > 0 ? static_cast<size_t>(len) : 0;
@@ -201,6 +222,7 @@ bool ParseHeader(const JsonValue& j, Trace* trace, std::string* what) {
   std::optional<std::string> text;
   if (GetText(j, "vendor_sha256", &text) && text) trace->vendorSha256 = *text;
   if (GetText(j, "started", &text) && text) trace->started = *text;
+  if (GetText(j, "run", &text) && text) trace->run = *text;
   GetInt(j, "pid", INT64_MIN, INT64_MAX, &trace->pid);
   return true;
 }

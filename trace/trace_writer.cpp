@@ -38,6 +38,18 @@ class LineText {
     out_ += '"';
     return *this;
   }
+  LineText& Texts(const char* key, const std::vector<std::string>& texts) {
+    Key(key);
+    out_ += '[';
+    for (size_t i = 0; i < texts.size(); ++i) {
+      if (i > 0) out_ += ',';
+      out_ += '"';
+      for (const char byte : texts[i]) Escaped(static_cast<unsigned char>(byte));
+      out_ += '"';
+    }
+    out_ += ']';
+    return *this;
+  }
   LineText& Hex(const char* key, const std::optional<std::vector<uint8_t>>& bytes) {
     Key(key);
     if (!bytes) {
@@ -124,6 +136,10 @@ void AppendTraceLine(const TraceLine& line, TraceLibrary library, std::string* o
     const unsigned fields = CallFields(line, library);
     text.Text("fn", line.fn);
     if ((fields & kFieldConfig) != 0) text.Config("config", line.config);
+    if ((fields & kFieldPaths) != 0) text.Texts("paths", line.paths);
+    if ((fields & kFieldDevicePath) != 0) text.Text("path", line.path);
+    if ((fields & kFieldDev) != 0) text.Int("dev", line.dev.value_or(0));
+    if ((fields & kFieldReportId) != 0) text.Int("id", line.reportId.value_or(0));
     if ((fields & kFieldPath) != 0) text.Text("path", line.path).Text("sha256", line.sha256);
     if ((fields & kFieldIn) != 0) text.Hex("in", line.in);
     if ((fields & kFieldOut) != 0) text.Hex("out", line.out);
@@ -141,6 +157,7 @@ std::string FormatTraceHeader(const Trace& trace) {
   text.Text("vendor_sha256", trace.vendorSha256.empty() ? std::nullopt
                                                         : std::optional<std::string>(trace.vendorSha256));
   text.Text("started", trace.started).Int("pid", trace.pid);
+  if (!trace.run.empty()) text.Text("run", trace.run);
   text.End();
   return out + "\n";
 }

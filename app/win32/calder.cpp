@@ -9,10 +9,16 @@
 #include "driver/calder.h"
 #include "driver/entry_run.h"
 #include "driver/logging.h"
+#include "driver/recording_layout.h"
+#include "base/firmware_discovery.h"
+#include "hid/recording_hid_host.h"
 #include "platform/environment.h"
 #include "platform/win32/crash_ending.h"
+#include "platform/process_info.h"
 #include "platform/win32/guards_win32.h"
 #include "platform/win32/library_loading.h"
+#include "platform/win32/process_clock.h"
+#include "platform/win32/trace_file_win32.h"
 #include "platform/win32/win32_seams.h"
 #include "ui/skin/paint_manager.h"
 #include "ui/win32/progress_messages.h"
@@ -72,6 +78,33 @@ class Win32Entry : public calder::EntryPlatform {
   std::unique_ptr<calder::Win32ShutdownBlocker> blocker_;
 };
 
+// From a recording layout calder.exe also records its own HID traffic, in a
+// trace beside its log; nothing else changes, and outside one nothing does.
+void RecordHidInRecordingLayout(const calder::CommandLine& line) {
+  using namespace calder;
+  const std::string programDir = GetModuleDir();
+  if (Env().files == nullptr || Env().hid == nullptr || !IsRecordingLayout(*Env().files, programDir)) {
+    return;
+  }
+  const std::string run = line.argc > 1 && line.argv[1] != nullptr ? line.argv[1] : "";
+  const auto open = [programDir, run]() -> TraceSink* {
+    ProcessInfo& process = *Env().process;
+    const LocalTime now = process.Now();
+    const std::string path = HidTracePath(now, process.ProcessId());
+    Win32TraceFile* file = path.empty() ? nullptr : Win32TraceFile::CreateNew(path);
+    if (file == nullptr) return nullptr;
+    Trace header;
+    header.library = TraceLibrary::kHid;
+    header.started = IsoLocalTime(now, UtcOffsetMinutes());
+    header.pid = static_cast<int64_t>(process.ProcessId());
+    header.run = run;
+    file->Append(FormatTraceHeader(header));
+    return file;
+  };
+  static RecordingHidHost recorder(*Env().hid, &MicrosecondsSinceProcessStart, programDir, open);
+  Env().hid = &recorder;
+}
+
 }  // namespace
 
 int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
@@ -82,10 +115,12 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR, int) {
   static calder::WindowProgress progress(entry);
   calder::Env().progress = &progress;
   calder::InitLogging();
+  const calder::CommandLine line = calder::ReadCommandLine(__argc, __argv);
+  RecordHidInRecordingLayout(line);
 
   static calder::Win32UpdateLock lock;
   calder::EndRunOnCrash(&lock);
   static calder::Win32PowerStatus power;
   const calder::EntrySeams seams{entry, &lock, &power, &calder::main};
-  return calder::RunEntry(seams, calder::ReadCommandLine(__argc, __argv));
+  return calder::RunEntry(seams, line);
 }

@@ -6,6 +6,7 @@
 #include "platform/win32/folder_security.h"
 #include "platform/win32/new_file.h"
 #include "platform/win32/process_clock.h"
+#include "platform/win32/trace_file_win32.h"
 #include "platform/win32/win32_seams.h"
 #include "trace/trace_place.h"
 
@@ -54,15 +55,6 @@ std::string Narrow(const std::wstring& wide) {
 // to the file at once, where a process that dies keeps them, and reach the
 // disk at this pace, from a thread no call waits for.
 constexpr DWORD kFlushPeriodMs = 100;
-
-int UtcOffsetMinutes() {
-  TIME_ZONE_INFORMATION zone;
-  const DWORD kind = GetTimeZoneInformation(&zone);
-  LONG bias = zone.Bias;
-  if (kind == TIME_ZONE_ID_DAYLIGHT) bias += zone.DaylightBias;
-  if (kind == TIME_ZONE_ID_STANDARD) bias += zone.StandardBias;
-  return kind == TIME_ZONE_ID_INVALID ? 0 : -bias;
-}
 
 }  // namespace
 

@@ -78,6 +78,7 @@ std::string DecodeUpgrade(const TraceLine& line) {
 std::string TraceDecoder::Decode(const TraceLine& line) {
   if (line.refused) return "the recorder refused " + *line.refused + ": " + line.why;
   if (library_ == TraceLibrary::kUpgrade) return DecodeUpgrade(line);
+  if (library_ == TraceLibrary::kHid) return hid_.Decode(line);
   if (line.fn == kBridgeLibraryEntryPoints[kWriteData]) return DecodeWrite(line);
   if (line.fn == kBridgeLibraryEntryPoints[kReadData]) return DecodeRead(line);
   return line.fn + Result(line.rc);

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "sim/trace/hid_trace_decoder.h"
 #include "trace/trace.h"
 
 namespace calder::replay {
@@ -10,7 +11,7 @@ namespace calder::replay {
 // boot-hold, connect, erase, write, read, run, touch-off, touch-on, version)
 // with address, block and length, a reply by its meaning for the command it
 // answers, and the upgrade library's calls with their results and
-// callbacks. It follows the exchange, so lines go in in trace order.
+// callbacks, and HID traffic as hid_trace_decoder.h does. It follows the exchange, so lines go in in trace order.
 class TraceDecoder {
  public:
   explicit TraceDecoder(TraceLibrary library) : library_(library) {}
@@ -21,6 +22,7 @@ class TraceDecoder {
   std::string DecodeRead(const TraceLine& line);
 
   TraceLibrary library_;
+  HidTraceDecoder hid_;
   enum class Pending { kNone, kConnect, kErase, kWrite, kRead, kVersion };
   Pending pending_ = Pending::kNone;
   uint32_t pendingAddress_ = 0;

@@ -22,9 +22,14 @@ std::string Mismatch(const TraceLine& expected, const TraceLine& actual, TraceLi
   if (expected.fn != actual.fn) return "another entry point";
   const TraceEntry* entry = FindTraceEntry(actual.fn, library);
   const unsigned fields = entry != nullptr ? entry->fields : 0;
+  // An open's dev is what it returned, not what it was handed.
+  if ((fields & kFieldDev) != 0 && actual.dev && expected.dev != actual.dev) return "another device";
+  if ((fields & kFieldReportId) != 0 && expected.reportId != actual.reportId) return "another report";
   if ((fields & kFieldIn) != 0 && expected.in != actual.in) return "other bytes";
   if ((fields & kFieldLen) != 0 && expected.len != actual.len) return "another length";
-  if ((fields & kFieldPath) != 0 && !SamePath(expected.path, actual.path)) return "another file";
+  if ((fields & (kFieldPath | kFieldDevicePath)) != 0 && !SamePath(expected.path, actual.path)) {
+    return (fields & kFieldPath) != 0 ? "another file" : "another device path";
+  }
   if ((fields & kFieldPath) != 0 && expected.sha256 != actual.sha256) return "another file content";
   if ((fields & kFieldConfig) != 0 && expected.config != actual.config) return "another configuration";
   return "";

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "platform/bridge_library.h"
+#include "platform/hid_host.h"
 #include "platform/upgrade_library.h"
 #include "sim/trace/trace_player.h"
 #include "touchpad/btl_upgrade_config.h"
@@ -57,6 +58,31 @@ class TracedUpgrade : public UpgradeLibrary {
 
   btl_progress_callback progress_ = nullptr;
   btl_log_callback log_ = nullptr;
+};
+
+// The machine's HID host answered from a trace: the interfaces, attributes
+// and input reports as recorded, each open's handle the number it was
+// recorded with. Each call moves the virtual clock on by the time the
+// device took in it, so the program's time-outs run out where they did.
+class TracedHid : public HidHost {
+ public:
+  TracedHid(const Trace& trace, const std::string& programDir, VirtualClock& clock,
+            ReplayState& state)
+      : player(trace, programDir, clock, state), clock_(clock) {}
+
+  std::vector<std::u16string> InterfacePaths() override;
+  bool ProbeAttributes(const std::u16string& path, HidAttributes* attributes) override;
+  HidHandle OpenReadWrite(const std::u16string& path) override;
+  bool Close(HidHandle handle) override;
+  bool SetOutputReport(HidHandle handle, const uint8_t* report, size_t size) override;
+  bool GetInputReport(HidHandle handle, uint8_t* report, size_t size) override;
+
+  TracePlayer player;
+
+ private:
+  const TraceLine* Play(TraceLine actual);
+  VirtualClock& clock_;
+  uint64_t inCallUs_ = 0;
 };
 
 }  // namespace calder::replay

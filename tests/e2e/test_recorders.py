@@ -1,6 +1,8 @@
 """The recorders in front of the stand-in vendor DLLs: a run through them is
-the run without them, a vendor folder open to ordinary users, foreign or a
-link is not loaded from, and a run cut off during the force write leaves a
+the run without them and calder.exe records its own HID traffic, an update
+and a version run replay without a warning, a vendor folder open to ordinary
+users, foreign or a link is not loaded from (foreign or a link, it is no
+recording layout at all), and a run cut off during the force write leaves a
 bridge trace that ends where the sensor stopped and replays to that cut."""
 
 import json
@@ -60,18 +62,24 @@ def traces(result):
 
 
 class RecordersTest(unittest.TestCase):
-    def test_a_recorded_run_is_the_run_without_recorders(self):
+    def test_a_recorded_run_is_the_run_without_recorders_and_replays_without_a_warning(self):
         runs = []
         for recording in [False, True]:
             stage = SensorStage("recorders-same", recording)
             with hid_standins_in_system32() as overrides:
                 result = stage.update(env=overrides)
+                version = stage.run("--version", env=overrides)
             log = [line.replace(windows_path(stage.dir), "<stage>") for line in result.lines()]
-            runs.append((result.rc, log, stage.seen(), traces(result)))
-        (plain_rc, plain_log, plain_seen, none), (rc, log, seen, recorded) = runs
-        self.assertEqual((rc, log, seen), (plain_rc, plain_log, plain_seen))
-        self.assertEqual((rc, none, sorted(recorded)), (0, {}, ["bridge", "upgrade"]))
-        for library, last in [("bridge", "btl_uninstall_driver"), ("upgrade", "btl_upgrade_deinit")]:
+            printed = [line for line in version.stdout_lines() if line.startswith("compound")]
+            runs.append((result.rc, log, stage.seen(), printed, version.lines(),
+                         traces(result), traces(version)))
+        *plain, none, no_version_trace = runs[0]
+        *recorded_run, recorded, version_trace = runs[1]
+        self.assertEqual(recorded_run, plain)
+        self.assertEqual((plain[0], none, no_version_trace), (0, {}, {}))
+        self.assertEqual((sorted(recorded), sorted(version_trace)), (["bridge", "hid", "upgrade"], ["hid"]))
+        for library, last in [("bridge", "btl_uninstall_driver"), ("upgrade", "btl_upgrade_deinit"),
+                              ("hid", "hid_close")]:
             text = recorded[library].read_text()
             lines = [json.loads(line) for line in text.splitlines()]
             self.assertEqual((lines[0]["calder_trace"], lines[-1]["fn"]), (2, last))
@@ -79,6 +87,12 @@ class RecordersTest(unittest.TestCase):
             self.assertNotIn(windows_path(stage.dir).lower(), text.replace("\\\\", "\\").lower())
         paths = [json.loads(line).get("path") for line in recorded["upgrade"].read_text().splitlines()]
         self.assertIn("TP\\tp_fw.bin", paths)
+        for run in [recorded, version_trace]:
+            replay = subprocess.run(["wine", BUILD / "calder-replay.exe", "--package",
+                                     windows_path(stage.dir), *map(windows_path, run.values())],
+                                    capture_output=True, text=True)
+            self.assertEqual(replay.returncode, 0, replay.stdout + replay.stderr)
+            self.assertNotIn("warning", replay.stdout + replay.stderr)
 
     def test_a_vendor_folder_or_library_others_may_change_is_not_loaded_and_the_trace_says_why(self):
         # As Wine shows them: o+w lets Everyone write, another Unix user owns,
@@ -111,6 +125,16 @@ class RecordersTest(unittest.TestCase):
             if folder:
                 self.assertIn("ERROR: Init failed with error code: 126", result.messages())
                 self.assertFalse(stage.record.exists() or (stage.sensor / "force_sensor_state.txt").exists())
+
+    def test_a_vendor_folder_of_another_owner_or_a_link_is_no_layout_and_records_no_hid(self):
+        for name, plant in [("foreign", lambda vendor: os.chown(vendor, 4242, 0)),
+                            ("linked", lambda vendor: (vendor.rename(vendor.with_name("real")),
+                                                       vendor.symlink_to("real")))]:
+            stage = SensorStage("recorders-no-layout-" + name, True)
+            plant(stage.dir / "vendor")
+            with hid_standins_in_system32() as overrides:
+                result = stage.run("--version", env=overrides)
+            self.assertEqual((result.rc, traces(result)), (0, {}), name)
 
     def test_a_run_cut_off_during_the_write_keeps_its_trace_up_to_the_cut(self):
         stage = SensorStage("recorders-cut", True, image_size=0x2000)

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -245,6 +246,79 @@ TEST(TraceReaderTest, DamagedTracesAreRefusedWithTheLineAndACutLastLineIsDropped
       EXPECT_TRUE(trace.cut && trace.lines.size() == 1 && trace.notes.size() == 1);
     }
   }
+}
+
+// calder.exe's own HID traffic, recorded on the models and replayed with the
+// laptop's HID answered from the trace alone: the replay's model would
+// rescue every run, so a run that failed replays failing only from the trace.
+TEST(HidReplayTest, VersionRunsAndTheReadBackRescueReplayFromWhatTheLaptopSaid) {
+  const fs::path package = MakePackage("hid");
+  const auto erased = [](sim::SimulatedLaptop& l) { l.sensor.faults.erasedValue = 0xFF; };
+  const auto neverReady = [](sim::SimulatedLaptop& l) { l.touch.neverReady.insert(0xBE); };
+  const struct {
+    const char* run;
+    std::function<void(sim::SimulatedLaptop&)> arrange;
+    int result;
+  } kCases[] = {
+      {"--version", nullptr, 0},
+      {"--version", neverReady, 1},
+      {"--update", erased, 0},
+      {"--update", [&](sim::SimulatedLaptop& l) { erased(l), neverReady(l); }, 1},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(std::string(c.run) + " " + std::to_string(c.result));
+    RecordedRun recorded = RecordUpdate(package, c.arrange, c.run);
+    ASSERT_EQ(recorded.result, c.result);
+    ASSERT_GT(recorded.hid.CallCount(), 10u) << recorded.hid.name;
+    std::vector<Trace> traces{recorded.hid};
+    if (std::string(c.run) == "--update") traces = {recorded.bridge, recorded.upgrade, recorded.hid};
+    ReplayOutcome outcome = ReplayUpdate(traces, package);
+    EXPECT_EQ(outcome.exitCode, kReplayMatched);
+    EXPECT_EQ(outcome.runResult, c.result);
+    EXPECT_TRUE(outcome.state.pacing.empty());
+    // A request the run no longer sends diverges at its call, decoded.
+    Trace& hid = traces.back();
+    const auto request = std::find_if(hid.lines.begin(), hid.lines.end(),
+                                      [](const TraceLine& l) { return l.fn == "hid_set_output_report"; });
+    (*request->in)[2] ^= 1;
+    outcome = ReplayUpdate(traces, package);
+    ASSERT_TRUE(outcome.state.divergence);
+    EXPECT_EQ(outcome.state.divergence->call, request->seq);
+    EXPECT_NE(outcome.state.divergence->expected.find("unknown report"), std::string::npos);
+  }
+}
+
+TEST(HidTraceDecoderTest, NamesTheVersionAndCalibrationQueries) {
+  const auto line = [](const char* fn, std::initializer_list<std::pair<size_t, uint8_t>> bytes) {
+    TraceLine l = CallLine(fn);
+    l.dev = 2;
+    l.rc = 1;
+    auto& report = fn[4] == 's' ? l.in : l.out;
+    report = std::vector<uint8_t>(33, 0);
+    for (const auto& [at, value] : bytes) (*report)[at] = value;
+    return l;
+  };
+  const auto output = [&](const char* bytes) {
+    TraceLine l = line("hid_set_output_report", {});
+    l.in = Hex(bytes);
+    return l;
+  };
+  TraceLine open = CallLine("hid_open");
+  open.path = "hid#vid_347d&pid_7853&col05#1";
+  open.dev = 2;
+  const std::pair<TraceLine, std::string> kLines[] = {
+      {open, "open hid#vid_347d&pid_7853&col05#1 -> dev 2 col05"},
+      {output("0D 07 16 00 00 01 00 04 10"), "output dev 2 col05: force version request -> ok"},
+      {line("hid_get_input_report", {{1, 6}, {4, 1}, {6, 2}, {7, 3}}), "input dev 2 col05: force version 1.0.2.3"},
+      {output("0D 09 FE 00 00 03 00 00 02 12 EE"), "output dev 2 col05: calibration begin (command 12) -> ok"},
+      {output("0D 07 02 00 00 01 00 02 02"), "output dev 2 col05: status request -> ok"},
+      {line("hid_get_input_report", {{5, 1}}), "input dev 2 col05: status busy"},
+      {output("0D 07 AC 01 00 01 00 15 BE"), "output dev 2 col05: calibration data request -> ok"},
+      {line("hid_get_input_report", {{4, 1}, {6, 0xFF}, {7, 0xFF}, {20, 1}}),
+       "input dev 2 col05: calibration data 1 -1 0 0 0 0 0"},
+  };
+  TraceDecoder decoder(TraceLibrary::kHid);
+  for (const auto& [l, decoded] : kLines) EXPECT_EQ(decoder.Decode(l), decoded);
 }
 
 TEST_F(ReplayTest, ATraceReadsBackAsItWasWritten) {

@@ -4,14 +4,11 @@
 #include <cstdint>
 #include <string>
 
-// Text helpers of the skin: UTF-8 from the XML and the zip, wide strings in
-// the controls (wchar_t is 16-bit on Windows and 32-bit on the host).
-namespace calder {
+#include "base/utf8.h"
 
-std::wstring Utf8ToWide(const char* text, size_t length);
-std::wstring Utf8ToWide(const std::string& text);
-std::string WideToUtf8(const std::wstring& text);
-std::string Utf16ToUtf8(const std::u16string& text);
+// Text helpers of the skin: UTF-8 from the XML and the zip (base/utf8.h),
+// wide strings in the controls.
+namespace calder {
 
 // ASCII-only case folding: attribute and class names are ASCII.
 bool EqualsNoCase(const wchar_t* a, const wchar_t* b);
