@@ -30,8 +30,11 @@ class InputFile {
   void Close();
 
  private:
-  void* handle_ = nullptr;  // a HANDLE on Windows
+#ifdef _WIN32
+  void* handle_ = nullptr;  // a HANDLE
+#else
   int fd_ = -1;
+#endif
 };
 
 }  // namespace calder::report

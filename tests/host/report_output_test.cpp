@@ -228,8 +228,8 @@ TEST(ReportPage, ShowsTheFiguresEscapedWithTheBandAndTheDurationAxis) {
       "<span id=\"runs\">9</span> runs",
       "<span class=\"rate\" style=\"color:#c62828\">50.0 %</span>",
       "success rate of 6 conclusive updates &middot; red &middot; confidence low &middot; 1 refused",
-      "<tr><td>update</td><td class=\"n\">7</td><td class=\"n\">3</td><td class=\"n\">2</td><td class=\"n\">1</td>"
-      "<td class=\"n\">1</td></tr>",
+      ("<tr><td>update</td><td class=\"n\">7</td><td class=\"n\">3</td><td class=\"n\">2</td><td class=\"n\">1</td>"
+       "<td class=\"n\">1</td></tr>"),
       ">2 (50.0 %)</text>",
       "<td>com-init</td><td class=\"n\">2</td><td>a/Calder_9.log</td>",
       "battery-low</text><rect x=\"170\" y=\"33\" width=\"210\" height=\"18\" fill=\"#9e9e9e\"/>",

@@ -26,6 +26,7 @@ from pathlib import Path
 
 SOURCE = Path(os.environ.get("CALDER_SOURCE", Path(__file__).resolve().parents[2]))
 BUILD = Path(os.environ.get("CALDER_BUILD", SOURCE / "build" / "win"))
+HOST_BUILD = Path(os.environ.get("CALDER_HOST_BUILD", SOURCE / "build" / "host"))
 SCHEMAS = SOURCE / "build" / "cyclonedx-schema"
 sys.path.insert(0, str(SOURCE / "tools"))
 import windows_run  # noqa: E402
@@ -84,7 +85,7 @@ class ReleaseTest(unittest.TestCase):
         tree = cls.work / "tree"
         run("git", "clone", "-q", SOURCE, tree, check=True)
         (tree / "build").mkdir()
-        (tree / "build" / "host").symlink_to(SOURCE / "build" / "host")  # the suite's calder-check
+        (tree / "build" / "host").symlink_to(HOST_BUILD)  # the suite's calder-check
         (tree / "NOTES.txt").write_text("not in the commit\n")
         # Ignored (crash-*), yet in a folder the build globs: it must never be compiled.
         (tree / "driver" / "crash-x.cpp").write_text('#error "an ignored file reached the build"\n')
