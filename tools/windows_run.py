@@ -17,7 +17,6 @@ RECORDING = "scripts/recording-package (bash) and " + STANDINS
 
 # A ctest name, or a test file's stem with its class (and case) -> what it needs.
 NOT_ON_WINDOWS = {
-    "release_package": "a mingw-w64 build, osslsigncode and scripts/release (Linux)",
     "test_force_update.ForceUpdateTest": STANDINS,
     "test_guards.GuardsTest.test_one_update_at_a_time_and_none_below_25_percent_on_battery":
         "a battery faked through Linux's /sys and " + STANDINS,
