@@ -61,9 +61,13 @@ std::string Narrow(const wchar_t* text) {
 
 std::string FolderName(const char* programFolder) { return std::string(programFolder).substr(1); }
 
+// In blocks: a byte at a time costs seconds on a package's DLLs in a sanitizer build.
 std::vector<uint8_t> ReadAll(const fs::path& path) {
   std::ifstream in(path, std::ios::binary);
-  return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  std::vector<uint8_t> bytes;
+  char block[1 << 16];
+  while (in.read(block, sizeof block) || in.gcount() > 0) bytes.insert(bytes.end(), block, block + in.gcount());
+  return bytes;
 }
 
 bool IsPeName(const std::string& path) {
